@@ -1,0 +1,38 @@
+# Shared by scripts/test and scripts/demo: installs what is missing (Debian 12)
+# and builds. Source it; it changes into the repository root.
+
+set -euo pipefail
+VH_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
+cd "$VH_ROOT"
+VH_BUILD_DIR="${VH_BUILD_DIR:-$VH_ROOT/build}"
+
+VH_PACKAGES=(
+  build-essential cmake ninja-build pkg-config
+  qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qtkeychain-qt6-dev
+  libfuse3-dev fuse3
+  libcurl4-openssl-dev nlohmann-json3-dev libsqlite3-dev libssl-dev libcpp-httplib-dev
+  libgtest-dev libgmock-dev
+  openssl ca-certificates curl
+)
+
+vh_install_packages() {
+  local missing=()
+  for package in "${VH_PACKAGES[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+      missing+=("$package")
+    fi
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "Installing: ${missing[*]}"
+  local sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+vh_build() {
+  if [ ! -f "$VH_BUILD_DIR/build.ninja" ]; then
+    cmake -S "$VH_ROOT" -B "$VH_BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+  fi
+  cmake --build "$VH_BUILD_DIR" --parallel "$(nproc)"
+}

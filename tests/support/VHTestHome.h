@@ -1,0 +1,27 @@
+// A private HOME and XDG folders for one test, removed afterwards.
+#pragma once
+
+#include <string>
+
+namespace vh::test {
+
+class VHTestHome {
+  public:
+    VHTestHome();
+    ~VHTestHome();
+    VHTestHome(const VHTestHome&) = delete;
+    VHTestHome& operator=(const VHTestHome&) = delete;
+
+    const std::string& root() const { return root_; }
+
+  private:
+    std::string root_;
+};
+
+// The folder of the running test (its HOME).
+const std::string& VHCurrentTestHome();
+
+// Removes a folder tree; errors are ignored.
+void VHRemoveTree(const std::string& path);
+
+}  // namespace vh::test

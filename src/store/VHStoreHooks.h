@@ -1,0 +1,88 @@
+// How the metadata store reaches the layers above it. Each interface is
+// implemented by one object of a higher layer that registers itself at
+// start-up; until then (and in tools that have no such layer) the store talks
+// to a do-nothing implementation. Every method may be called from any thread,
+// with no lock of the store held.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "store/VHFile.h"
+#include "store/VHLoginRecords.h"
+
+namespace vh {
+
+// The content cache's files (implemented by VHFileCache).
+class VHCacheFiles {
+  public:
+    virtual ~VHCacheFiles() = default;
+    // The data root, where shares.db lives.
+    virtual std::string rootCachePath() = 0;
+    // Files/<shareId>, the folder of a share's complete files.
+    virtual std::string shareCachePath(const std::string& shareId) = 0;
+    // An empty complete-cache file for a new local file (nothing for a folder).
+    virtual void createCacheFile(const VHFile& file) = 0;
+    // Removes the complete-cache file and its attribute side file.
+    virtual void deleteFileCache(const VHFile& file) = 0;
+    // Removes the partial download.
+    virtual void deleteFileDownload(const VHFile& file) = 0;
+    // Whether the complete-cache file exists.
+    virtual bool hasCompleteCache(const VHFile& file) = 0;
+    // The new file's cache and attributes take the old file's place.
+    virtual void exchangeFileCaches(const VHFile& oldFile, const VHFile& newFile) = 0;
+    // Moves a file's cache and attribute files between share folders.
+    virtual void moveFileCache(const std::string& internalName, const std::string& newInternalName,
+                               const std::string& fromShareId, const std::string& toShareId) = 0;
+};
+
+// The upload queue (implemented by VHUploadQueue).
+class VHUploadHooks {
+  public:
+    virtual ~VHUploadHooks() = default;
+    virtual void cancelUpload(const VHFile& file) = 0;
+    virtual void uploadsAdded() = 0;
+    virtual bool upload(const VHFile& file) = 0;
+    virtual bool existsOperationOnFileWithInternalName(const std::string& internalName) = 0;
+    // Whether an upload of the item was sent and is not yet confirmed.
+    virtual bool uploadUnconfirmed(const VHFile& file) = 0;
+    virtual void confirmUpload(const VHFile& file) = 0;
+};
+
+// The drive's open-file table (implemented by the drive).
+class VHOpenFilesHooks {
+  public:
+    virtual ~VHOpenFilesHooks() = default;
+    virtual void fileWasModified(const VHFile& file) = 0;
+    virtual void exchangeFileId(const std::string& a, const std::string& b) = 0;
+};
+
+// The application: the signed-in user, the connector's stored login and the
+// file manager's views of the drive (implemented by the desktop layer).
+class VHAppHooks {
+  public:
+    virtual ~VHAppHooks() = default;
+    virtual std::string username() = 0;
+    virtual void globalLoginResponceLoaded(const GlobalLoginResponce& response) = 0;
+    // Drive paths ("/Share/folder") whose listings changed.
+    virtual void refreshFinderFolders(const std::vector<std::string>& drivePaths) = 0;
+    virtual void refreshFinderRootFolder() = 0;
+    // A file's overlay state changed (for example its download completed).
+    virtual void refreshFileInFinder(const VHFile& file) = 0;
+};
+
+struct VHStoreHooks {
+    static VHCacheFiles& cache();
+    static VHUploadHooks& uploads();
+    static VHOpenFilesHooks& openFiles();
+    static VHAppHooks& app();
+
+    // Registers an implementation (nullptr restores the do-nothing one). The
+    // object must outlive its registration.
+    static void setCache(VHCacheFiles* cache);
+    static void setUploads(VHUploadHooks* uploads);
+    static void setOpenFiles(VHOpenFilesHooks* openFiles);
+    static void setApp(VHAppHooks* app);
+};
+
+}  // namespace vh

@@ -7,7 +7,6 @@ namespace vh {
 namespace {
 
 class NoCache final : public VHCacheFiles {
-    std::string rootCachePath() override { return ""; }
     std::string shareCachePath(const std::string&) override { return ""; }
     void createCacheFile(const VHFile&) override {}
     void deleteFileCache(const VHFile&) override {}

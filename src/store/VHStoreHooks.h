@@ -17,8 +17,6 @@ namespace vh {
 class VHCacheFiles {
   public:
     virtual ~VHCacheFiles() = default;
-    // The data root, where shares.db lives.
-    virtual std::string rootCachePath() = 0;
     // Files/<shareId>, the folder of a share's complete files.
     virtual std::string shareCachePath(const std::string& shareId) = 0;
     // An empty complete-cache file for a new local file (nothing for a folder).

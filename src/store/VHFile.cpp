@@ -105,7 +105,8 @@ VHFile VHFile::fromVirtualFile(const VHVirtualFile& item) {
     if (item.FileLock) {
         file.isLocked = item.FileLock->IsLocked.value_or(false);
         file.lockDeviceId = item.FileLock->DeviceId.value_or("");
-        file.lockTick = static_cast<uint64_t>(item.FileLock->LockTime.value_or(0));
+        // A negative time has no unsigned value; it counts as none.
+        file.lockTick = static_cast<uint64_t>(std::max(0.0, item.FileLock->LockTime.value_or(0)));
         file.lockedBy = item.FileLock->LockedBy.value_or("");
     }
     file.parentShareId = item.ParentShareId.value_or("");

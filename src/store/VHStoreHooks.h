@@ -61,6 +61,9 @@ class VHAppHooks {
   public:
     virtual ~VHAppHooks() = default;
     virtual std::string username() = 0;
+    // This device's id towards the service (the one sent at login); empty
+    // when unknown.
+    virtual std::string deviceId() { return ""; }
     virtual void globalLoginResponceLoaded(const GlobalLoginResponce& response) = 0;
     // Drive paths ("/Share/folder") whose listings changed.
     virtual void refreshFinderFolders(const std::vector<std::string>& drivePaths) = 0;

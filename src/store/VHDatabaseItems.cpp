@@ -1,0 +1,281 @@
+// Changes made on the drive: creating, renaming, writing, removing and moving
+// items. Each change reads and writes its rows under the writer lock in one
+// hand-over; the hooks run afterwards, with no lock held.
+#include "lib/VHLog.h"
+#include "lib/VHNameRules.h"
+#include "lib/VHStrings.h"
+#include "store/VHDatabaseAccess.h"
+#include "store/VHStoreHooks.h"
+
+namespace vh {
+
+namespace {
+
+// Never uploaded: a temporary name, or an application's save in progress.
+bool isTemporaryName(const std::string& name) {
+    return VHIsPathIgnored(name) || VHContains(name, kDocumentBeingSaved);
+}
+
+uint64_t statusAfterRename(uint64_t status, const std::string& newName) {
+    switch (status) {
+        case kStatusCreated:
+            return VHIsPathIgnored(newName) ? kStatusTemporary : kStatusCreated;
+        case kStatusTemporary:
+            return VHIsPathIgnored(newName) ? kStatusTemporary : kStatusCreated;
+        case kStatusSynchronized:
+        case kStatusUploaded:
+            return kStatusChanged;
+        default:
+            return status;
+    }
+}
+
+// Stores the row's current state as its shadow, unless it has one.
+bool keepShadow(VHFilesTable& t, const VHFile& row) {
+    return t.fileWithId(row.internalName, true) || t.addFile(row, kStatusShadow);
+}
+
+}  // namespace
+
+// What a change did, for the hooks that follow it.
+struct VHDatabase::ItemChange {
+    std::optional<VHFile> result;
+    // Set when an item took over another's identity: the old item's row
+    // and the new item's row as they were before.
+    std::optional<std::pair<VHFile, VHFile>> exchanged;
+};
+
+void VHDatabase::afterExchange(const VHFile& oldFile, const VHFile& newFile) {
+    VHStoreHooks::openFiles().fileWasModified(newFile);
+    VHStoreHooks::openFiles().fileWasModified(oldFile);
+    if (oldFile.isFile || newFile.isFile)
+        VHStoreHooks::cache().exchangeFileCaches(oldFile, newFile);
+    VHStoreHooks::openFiles().exchangeFileId(oldFile.internalName, newFile.internalName);
+    clearCacheForId(oldFile.internalName);
+    clearCacheForId(newFile.internalName);
+}
+
+bool VHDatabase::exchangeOldFile(const VHFile& oldFile, const VHFile& newFile) {
+    bool done = write([&](VHFilesTable& t) { return t.exchange(oldFile, newFile).has_value(); });
+    if (done && (oldFile.isFile || newFile.isFile)) {
+        VHStoreHooks::cache().exchangeFileCaches(oldFile, newFile);
+    }
+    return done;
+}
+
+// ---- Creating -----------------------------------------------------------------------
+
+std::optional<VHFile> VHDatabase::createFile(const std::string& name, const std::string& shareId,
+                                             const std::string& parentId) {
+    return createFileItem(name, shareId, parentId, false);
+}
+
+std::optional<VHFile> VHDatabase::createFolder(const std::string& name, const std::string& shareId,
+                                               const std::string& parentId) {
+    return createFileItem(name, shareId, parentId, true);
+}
+
+std::optional<VHFile> VHDatabase::createFileItem(const std::string& name,
+                                                 const std::string& shareId,
+                                                 const std::string& parentId, bool isDir) {
+    std::optional<ManagedShare> share = storage_.shareWithId(shareId);
+    if (!share) {
+        VHLog(kLogDatabase,
+              "Warning! Got request to create new file/folder but no share with id %@ is found.",
+              shareId);
+        return std::nullopt;
+    }
+    VHFile file;
+    file.publicName = name;
+    file.shareId = shareId;
+    file.parentId = parentId;
+    file.internalName = generateFileInternalName();
+    file.parentShareId = share->ParentShareId.value_or("");
+    file.user = VHStoreHooks::app().username();
+    file.shareTick = file.updateTick = file.createTick =
+        static_cast<uint64_t>(share->LastApplyedJournalTick);
+    file.attributes = isDir ? 16 : 128;
+    file.isFile = !isDir;
+    file.permissions = isDir ? kFolderPermissions : kFilePermissions;
+    std::optional<VHFile> parent = fileWithId(parentId);
+    bool temporary = isTemporaryName(name) || (parent && isTemporaryName(parent->publicName));
+    file.status = temporary ? kStatusTemporary : kStatusCreated;
+    if (file.isFile) VHStoreHooks::cache().createCacheFile(file);
+
+    ItemChange change = write([&](VHFilesTable& t) { return insertOrTakeOver(t, file); });
+    if (change.exchanged) {
+        afterExchange(change.exchanged->first, change.exchanged->second);
+    } else if (change.result) {
+        VHStoreHooks::openFiles().fileWasModified(file);
+        refreshFile(file);
+    }
+    return change.result;
+}
+
+VHDatabase::ItemChange VHDatabase::insertOrTakeOver(VHFilesTable& t, const VHFile& file) {
+    if (!VHContains(file.publicName, kDocumentBeingSaved)) {
+        if (auto previd = t.idOfFileNamed(file.publicName, file.parentId, true)) {
+            std::optional<VHFile> live = t.fileWithId(*previd, false);
+            std::optional<VHFile> shadow = t.fileWithId(*previd, true);
+            if (!live) {
+                VHLog(kLogDatabase, "Warning! Found previd %@, but there is no file with this id.",
+                      *previd);
+            } else if (!shadow) {
+                VHLog(kLogDatabase,
+                      "Warning! Found previd %@, but there is no shadow with this id.", *previd);
+            } else if (live->isFile == file.isFile && !live->deleted && t.exchange(*live, file)) {
+                return {t.fileWithId(live->internalName, false), std::pair{*live, file}};
+            }
+        }
+    }
+    if (!t.addFile(file, file.status)) return {};
+    return {file, std::nullopt};
+}
+
+// ---- Renaming -----------------------------------------------------------------------
+
+std::optional<VHFile> VHDatabase::renameFile(const VHFile& file, const std::string& newName,
+                                             const std::string& newParentId) {
+    clearCacheForId(file.internalName);
+    std::string parentId = newParentId.empty() ? file.parentId : newParentId;
+    if (newName == file.publicName && parentId == file.parentId) return file;
+    ItemChange change = write([&](VHFilesTable& t) -> ItemChange {
+        std::optional<VHFile> current = t.fileWithId(file.internalName, false);
+        if (!current) return {};
+        VHFile renamed = *current;
+        renamed.shareId = file.shareId;
+        renamed.publicName = newName;
+        renamed.parentId = parentId;
+        if (auto change = takeOverByRename(t, renamed)) return *change;
+        uint64_t status = statusAfterRename(current->status, newName);
+        bool known = current->status == kStatusSynchronized || current->status == kStatusUploaded;
+        // Only a rename that hides the item keeps the server's state.
+        if (known && (VHIsSafeSaveName(newName) || VHIsHiddenFuseName(newName))) {
+            keepShadow(t, *current);
+        }
+        if (status == current->status) {
+            t.update(
+                "UPDATE files SET publicName = ?, parentId = ?, shareId = ? WHERE internalName = ? "
+                "AND status = ?",
+                {newName, parentId, file.shareId, file.internalName, current->status});
+        } else {
+            t.update(
+                "UPDATE files SET publicName = ?, parentId = ?, shareId = ?, status = ? WHERE "
+                "internalName = ? AND status = ?",
+                {newName, parentId, file.shareId, status, file.internalName, current->status});
+        }
+        return {t.fileWithId(file.internalName, false), std::nullopt};
+    });
+    if (change.exchanged) {
+        afterExchange(change.exchanged->first, change.exchanged->second);
+    } else if (change.result) {
+        VHStoreHooks::openFiles().fileWasModified(*change.result);
+    }
+    if (change.result) refreshFile(*change.result);
+    clearCacheForId(file.internalName);
+    return change.result;
+}
+
+// An item of the new name whose change is pending (it has a shadow) hands
+// its identity to the renamed item: a document saved by writing a copy and
+// renaming it over the original stays the same item.
+std::optional<VHDatabase::ItemChange> VHDatabase::takeOverByRename(VHFilesTable& t,
+                                                                   VHFile renamed) {
+    std::optional<VHFile> target = t.fileWithParentId(renamed.parentId, renamed.publicName, true);
+    if (!target || target->internalName == renamed.internalName) return std::nullopt;
+    std::optional<VHFile> existing = t.fileWithId(target->internalName, false);
+    if (!existing || existing->isFile != renamed.isFile) return std::nullopt;
+    if (renamed.status == kStatusTemporary) renamed.status = kStatusCreated;
+    if (!t.exchange(*existing, renamed)) return ItemChange{};
+    return ItemChange{t.fileWithId(existing->internalName, false), std::pair{*existing, renamed}};
+}
+
+// ---- Writing ------------------------------------------------------------------------
+
+std::optional<VHFile> VHDatabase::markFileUpdated(const VHFile& file) {
+    std::optional<VHFile> updated = write([&](VHFilesTable& t) -> std::optional<VHFile> {
+        std::optional<VHFile> row = t.fileWithId(file.internalName, false);
+        if (!row) return std::nullopt;
+        std::vector<VHSqlValue> values{file.fileSize, VHSqlDate(file.modifyTime),
+                                       VHSqlFlag(file.deleted), file.internalName, row->status};
+        bool toModified = row->status == kStatusSynchronized || row->status == kStatusChanged ||
+                          row->status == kStatusUploaded;
+        if (row->status == kStatusSynchronized && !keepShadow(t, *row)) return std::nullopt;
+        t.update(toModified ? "UPDATE files SET fileSize = ?, modifyTime = ?, deleted = ?, status "
+                              "= 2 WHERE internalName = ? AND status = ?"
+                            : "UPDATE files SET fileSize = ?, modifyTime = ?, deleted = ? WHERE "
+                              "internalName = ? AND status = ?",
+                 values);
+        return t.fileWithId(file.internalName, false);
+    });
+    return updated;
+}
+
+// ---- Removing -----------------------------------------------------------------------
+
+bool VHDatabase::removeFile(const VHFile& file, bool andCache, bool forceDelete) {
+    clearCacheForId(file.internalName);
+    VHStoreHooks::uploads().cancelUpload(file);
+    VHStoreHooks::openFiles().fileWasModified(file);
+    bool done = write([&](VHFilesTable& t) {
+        std::optional<VHFile> row = t.fileWithId(file.internalName, false);
+        uint64_t status = row ? row->status : file.status;
+        bool ok;
+        if (status != kStatusCreated && status != kStatusTemporary && !forceDelete) {
+            ok = (!row || keepShadow(t, *row)) &&
+                 t.update(
+                     "UPDATE files SET deleted = 1, status = 3 WHERE internalName = ? AND status "
+                     "!= 5",
+                     {file.internalName});
+        } else {
+            ok = t.deleteFile(file.internalName);
+            VHLog(kLogDatabase,
+                  "^^^^^ REMOVE FROM DATABASE id = %@, name = %@, shareId = %@, parentId = %@",
+                  file.internalName, file.publicName, file.shareId, file.parentId);
+        }
+        return (!file.isFile || t.deleteFileDownload(file.internalName)) && ok;
+    });
+    if (file.isFile && andCache) VHStoreHooks::cache().deleteFileCache(file);
+    VHFile removed = file;
+    removed.deleted = true;
+    refreshFile(removed);
+    VHStoreHooks::uploads().uploadsAdded();
+    return done;
+}
+
+bool VHDatabase::removeFolderRecursive(const VHFile& folder) {
+    bool done = true;
+    for (const VHFile& child : filesInFolder(folder.internalName, true)) {
+        done = (child.isFile ? removeFile(child, true) : removeFolderRecursive(child)) && done;
+    }
+    return removeFile(folder, true) && done;
+}
+
+void VHDatabase::refreshFile(const VHFile& file) {
+    clearCacheForId(file.internalName);
+    VHStoreHooks::app().refreshFileInFinder(file);
+}
+
+// ---- Moving into another share ----------------------------------------------------------
+
+void VHDatabase::changeFilesShareIdInFolderRecursive(const VHFile& folder,
+                                                     const std::string& newShareId) {
+    blockMap_.set(folder.internalName, "block");
+    updateFileWithId(folder.internalName, newShareId, std::string());
+    updateFileWithId(folder.internalName, newShareId, uint64_t{kStatusCreated});
+    if (std::optional<VHFile> moved = fileWithId(folder.internalName)) {
+        VHStoreHooks::uploads().upload(*moved);
+    }
+    for (const VHFile& child : filesInFolder(folder.internalName, true)) {
+        if (!child.isFile) {
+            changeFilesShareIdInFolderRecursive(child, newShareId);
+            continue;
+        }
+        updateFileWithId(child.internalName, newShareId, uint64_t{kStatusCreated});
+        VHStoreHooks::cache().moveFileCache(child.internalName, child.internalName, child.shareId,
+                                            newShareId);
+    }
+    clearCacheForId(folder.internalName);
+}
+
+}  // namespace vh

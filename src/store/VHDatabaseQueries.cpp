@@ -1,0 +1,426 @@
+// The query families of VHDatabase: lookups, listings, transfer bookkeeping,
+// synchronized folders and single-row changes.
+#include <set>
+
+#include "lib/VHLog.h"
+#include "lib/VHNameRules.h"
+#include "lib/VHStrings.h"
+#include "store/VHDatabaseAccess.h"
+#include "store/VHStoreHooks.h"
+
+namespace vh {
+
+namespace {
+
+std::vector<VHFile> orEmpty(std::optional<std::vector<VHFile>> rows) {
+    return rows ? std::move(*rows) : std::vector<VHFile>{};
+}
+
+}  // namespace
+
+// ---- Lookups --------------------------------------------------------------------
+
+std::optional<VHFile> VHDatabase::fileWithId(const std::string& id, bool shadow) {
+    return read([&](VHFilesTable& t) { return t.fileWithId(id, shadow); });
+}
+
+std::optional<VHFile> VHDatabase::serversideFileWithId(const std::string& id) {
+    return read([&](VHFilesTable& t) {
+        return t.file(
+            "SELECT * FROM files WHERE internalName = ? AND status = 0 OR status = 5 LIMIT 0, 1",
+            {id});
+    });
+}
+
+std::optional<VHFile> VHDatabase::fileWithParentId(const std::string& parentId,
+                                                   const std::string& name, bool shadow) {
+    return read([&](VHFilesTable& t) { return t.fileWithParentId(parentId, name, shadow); });
+}
+
+std::optional<std::string> VHDatabase::idOfFileNamed(const std::string& name,
+                                                     const std::string& parentId, bool shadow) {
+    return read([&](VHFilesTable& t) { return t.idOfFileNamed(name, parentId, shadow); });
+}
+
+std::optional<VHFile> VHDatabase::fileWithName(const std::string& name) {
+    return read([&](VHFilesTable& t) {
+        return t.file(
+            "SELECT * FROM files WHERE publicName = ? AND status != 5 AND NOT deleted limit 0, 1",
+            {name});
+    });
+}
+
+std::optional<std::string> VHDatabase::allParents(const std::string& id) {
+    return read([&](VHFilesTable& t) {
+        return t.string("SELECT parentId FROM files WHERE internalName = ? AND status != 5", {id});
+    });
+}
+
+std::vector<VHFile> VHDatabase::filesWithShareID(const std::string& shareId,
+                                                 const std::string& id) {
+    return orEmpty(read([&](VHFilesTable& t) {
+        return t.files(
+            "SELECT * FROM files WHERE shareId = ? AND internalName = ? AND status != 5 AND NOT "
+            "deleted",
+            {shareId, id});
+    }));
+}
+
+bool VHDatabase::isFileLockedRemotely(const VHFile& file) {
+    if (!file.isLocked || file.lockDeviceId.empty()) return false;
+    return file.lockDeviceId != VHStoreHooks::app().deviceId();
+}
+
+// ---- Listings -------------------------------------------------------------------
+
+std::vector<VHFile> VHDatabase::filesInFolder(const std::string& parentId, bool includeFolders) {
+    return orEmpty(
+        read([&](VHFilesTable& t) { return t.filesInFolder(parentId, includeFolders); }));
+}
+
+std::vector<VHFile> VHDatabase::filesWithParent(const std::string& parentId) {
+    auto rows = read([&](VHFilesTable& t) { return t.filesInFolder(parentId, false); });
+    if (!rows) VHLog(kLogDatabase, "%s : Cannot select %@ child files.", __func__, parentId);
+    return orEmpty(std::move(rows));
+}
+
+std::vector<VHFile> VHDatabase::allShareSiblings(const std::string& shareId, bool includeFolders) {
+    auto rows = read([&](VHFilesTable& t) {
+        return t.files(includeFolders ? "SELECT * FROM files WHERE shareId = ? AND status != 5 AND "
+                                        "NOT deleted"
+                                      : "SELECT * FROM files WHERE shareId = ? AND status != 5 AND "
+                                        "isFile AND NOT deleted",
+                       {shareId});
+    });
+    if (!rows) VHLog(kLogDatabase, "%s : Cannot select share %@ child files.", __func__, shareId);
+    return orEmpty(std::move(rows));
+}
+
+std::vector<VHFile> VHDatabase::allFolderSiblings(const std::string& folderId,
+                                                  bool includeFolders) {
+    return read([&](VHFilesTable& t) {
+        std::vector<VHFile> found;
+        std::vector<std::string> folders{folderId};
+        std::set<std::string> visited{folderId};
+        while (!folders.empty()) {
+            std::string folder = folders.back();
+            folders.pop_back();
+            for (VHFile& child : orEmpty(t.filesInFolder(folder, true))) {
+                if (!child.isFile && visited.insert(child.internalName).second) {
+                    folders.push_back(child.internalName);
+                }
+                if (child.isFile || includeFolders) found.push_back(std::move(child));
+            }
+        }
+        return found;
+    });
+}
+
+std::vector<VHFile> VHDatabase::allFiles(bool includeFolders, int64_t offset, int64_t count) {
+    auto rows = read([&](VHFilesTable& t) {
+        return t.files(includeFolders ? "SELECT * FROM files WHERE status != 5 AND NOT deleted "
+                                        "LIMIT ?, ?"
+                                      : "SELECT * FROM files WHERE status != 5 AND isFile AND NOT "
+                                        "deleted LIMIT ?, ?",
+                       {offset, count});
+    });
+    if (!rows) {
+        VHLog(kLogDatabase, "%s : Cannot select all files in range (%ld, %ld).", __func__, offset,
+              count);
+    }
+    return orEmpty(std::move(rows));
+}
+
+std::vector<std::string> VHDatabase::fileIdsWithParent(const std::string& parentId) {
+    return read([&](VHFilesTable& t) {
+        return t.strings(
+            "SELECT internalName FROM files WHERE parentId = ? AND status != 5 AND NOT deleted",
+            {parentId});
+    });
+}
+
+std::vector<std::string> VHDatabase::subfolderIdsWithParent(const std::string& parentId) {
+    return read([&](VHFilesTable& t) {
+        return t.strings(
+            "SELECT internalName FROM files WHERE NOT isFile AND parentId = ? AND status != 5 AND "
+            "NOT deleted",
+            {parentId});
+    });
+}
+
+std::vector<std::string> VHDatabase::allSubfolderIds(const std::vector<std::string>& folderIds) {
+    std::vector<std::string> all;
+    std::set<std::string> visited;
+    std::vector<std::string> pending(folderIds.rbegin(), folderIds.rend());
+    while (!pending.empty()) {
+        std::string folder = pending.back();
+        pending.pop_back();
+        if (!visited.insert(folder).second) continue;
+        all.push_back(folder);
+        for (std::string& child : subfolderIdsWithParent(folder)) pending.push_back(child);
+    }
+    return all;
+}
+
+std::vector<std::string> VHDatabase::fileNamesListWithParent(const std::string& parentId) {
+    std::vector<std::string> rows = read([&](VHFilesTable& t) {
+        return t.strings(
+            "SELECT publicName FROM files WHERE parentId = ? AND status != 5 AND NOT deleted",
+            {parentId});
+    });
+    std::set<std::string> seen;
+    std::vector<std::string> names;
+    for (std::string& name : rows) {
+        if (VHStartsWith(name, ".fuse_hidden")) continue;
+        if (seen.insert(name).second) {
+            names.push_back(std::move(name));
+            continue;
+        }
+        VHLog(kLogDatabase, "%s : duplicate item %@ in directory listing, ignoring it.", __func__,
+              name);
+        write([&](VHFilesTable& t) {
+            return t.update(
+                "DELETE FROM files WHERE parentId = ? AND publicName = ? AND status != 5 AND NOT "
+                "deleted LIMIT 1",
+                {parentId, name});
+        });
+    }
+    return names;
+}
+
+bool VHDatabase::folderIsEmpty(const std::string& folderId, bool includeDeleted) {
+    auto count = read([&](VHFilesTable& t) {
+        return t.integer(includeDeleted ? "SELECT COUNT(*) FROM files WHERE parentId = ? AND "
+                                          "status != 5"
+                                        : "SELECT COUNT(*) FROM files WHERE parentId = ? AND "
+                                          "status != 5 AND NOT deleted",
+                         {folderId});
+    });
+    return count.value_or(0) == 0;
+}
+
+std::vector<std::string> VHDatabase::foldersWithUploads() {
+    return read([&](VHFilesTable& t) {
+        return t.strings("SELECT DISTINCT parentId FROM files WHERE status == 1 OR status == 2",
+                         {});
+    });
+}
+
+int64_t VHDatabase::totalFileSize() {
+    return read([&](VHFilesTable& t) {
+               return t.integer("SELECT SUM(fileSize) FROM files WHERE status != 5", {});
+           })
+        .value_or(0);
+}
+
+// ---- Uploads and downloads --------------------------------------------------------
+
+int64_t VHDatabase::uploadsNumber() {
+    return read([&](VHFilesTable& t) {
+               return t.integer("SELECT COUNT(*) FROM files WHERE status = 2 OR status = 1", {});
+           })
+        .value_or(0);
+}
+
+int64_t VHDatabase::uploadsSize() {
+    return read([&](VHFilesTable& t) {
+               return t.integer("SELECT SUM(fileSize) FROM files WHERE status = 2 OR status = 1",
+                                {});
+           })
+        .value_or(0);
+}
+
+std::vector<VHFile> VHDatabase::uploadsFromIndex(int64_t offset, int64_t count) {
+    return orEmpty(read([&](VHFilesTable& t) {
+        return t.files(
+            "SELECT * FROM files WHERE status = 1 OR status = 2 OR status = 3 ORDER BY deleted "
+            "DESC, status DESC LIMIT ?, ?",
+            {offset, count});
+    }));
+}
+
+bool VHDatabase::markFileUploaded(const VHFile& file) {
+    return write([&](VHFilesTable& t) {
+        return t.update(
+            "UPDATE files SET status = 4 WHERE internalName = ? AND status != 5 AND status != 0",
+            {file.internalName});
+    });
+}
+
+std::optional<VHFileUploadStatus> VHDatabase::uploadStatusForFile(const VHFile& file) {
+    return read([&](VHFilesTable& t) {
+        return t.upload("SELECT * FROM uploads WHERE internalName = ? LIMIT 0, 1",
+                        {file.internalName});
+    });
+}
+
+bool VHDatabase::updateUploadStatus(const VHFileUploadStatus& s) {
+    return write([&](VHFilesTable& t) {
+        return t.update("DELETE FROM uploads WHERE internalName = ?", {s.internalName}) &&
+               t.update(
+                   "INSERT INTO uploads (internalName, tick, startTime, finishTime, progress, "
+                   "fileHash, uploadName, token) VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
+                   {s.internalName, int64_t{s.tick}, VHSqlDate(s.startTime),
+                    VHSqlDate(s.finishTime), s.progress, s.fileHash, s.uploadName, s.token});
+    });
+}
+
+bool VHDatabase::deleteUploadStatusForFile(const VHFile& file) {
+    return write([&](VHFilesTable& t) {
+        return t.update("DELETE FROM uploads WHERE internalName = ?", {file.internalName});
+    });
+}
+
+bool VHDatabase::markFileDownloaded(const VHFile& file) {
+    VHSqlValue now = VHSqlDate(VHDate::now());
+    return write([&](VHFilesTable& t) {
+        return t.deleteFileDownload(file.internalName) &&
+               t.update(
+                   "INSERT INTO downloads (internalName, downloadTime, lastReadTime, "
+                   "downloadStatus) VALUES(?, ?, ?, ?)",
+                   {file.internalName, now, now, int64_t{2}});
+    });
+}
+
+bool VHDatabase::deleteFileDownload(const VHFile& file) {
+    return write([&](VHFilesTable& t) { return t.deleteFileDownload(file.internalName); });
+}
+
+void VHDatabase::deleteDownloadsOlderThen(VHDate cutOff) {
+    std::vector<std::string> expired = read([&](VHFilesTable& t) {
+        return t.strings(
+            "SELECT internalName FROM downloads WHERE downloadTime < ? AND downloadStatus = 2",
+            {VHSqlDate(cutOff)});
+    });
+    for (const std::string& id : expired) {
+        if (itemSynchronized(id, true)) continue;
+        VHLog(kLogDatabase, "File download %@ appears to be expired - deleting.", id);
+        if (auto file = fileWithId(id)) VHStoreHooks::cache().deleteFileCache(*file);
+    }
+    write([&](VHFilesTable& t) {
+        return t.update("DELETE FROM downloads WHERE downloadTime < ? AND downloadStatus = 2",
+                        {VHSqlDate(cutOff)});
+    });
+}
+
+// ---- Synchronized folders ----------------------------------------------------------
+
+bool VHDatabase::markItemSynchronized(const std::string& itemId, bool synced) {
+    return write([&](VHFilesTable& t) {
+        if (!t.update("DELETE FROM syncedfolders WHERE itemId = ?", {itemId})) return false;
+        return !synced || t.update("INSERT INTO syncedfolders (itemId, changeTime) VALUES (?, ?)",
+                                   {itemId, VHSqlDate(VHDate::now())});
+    });
+}
+
+bool VHDatabase::shareSynchronized(const std::string& shareId) {
+    return read([&](VHFilesTable& t) { return t.isSynchronized(shareId); });
+}
+
+std::vector<std::string> VHDatabase::syncedFolders() {
+    return read([&](VHFilesTable& t) { return t.strings("SELECT itemId FROM syncedfolders", {}); });
+}
+
+bool VHDatabase::itemSynchronized(const std::string& itemId, bool recurse) {
+    return read([&](VHFilesTable& t) {
+        if (t.isSynchronized(itemId)) return true;
+        std::set<std::string> visited{itemId};
+        std::optional<std::string> parent = recurse ? t.parentIdOf(itemId) : std::nullopt;
+        while (parent && !parent->empty() && visited.insert(*parent).second) {
+            if (t.isSynchronized(*parent)) return true;
+            parent = t.parentIdOf(*parent);
+        }
+        return false;
+    });
+}
+
+// ---- Single-row changes -------------------------------------------------------------
+
+bool VHDatabase::addFile(const VHFile& file, uint64_t status) {
+    return write([&](VHFilesTable& t) { return t.addFile(file, status); });
+}
+
+bool VHDatabase::updateFileAttributes(const VHFile& file) {
+    return write([&](VHFilesTable& t) {
+        return t.update(
+            "UPDATE files SET permissions = ?, modifyTime = ?, accessTime = ? WHERE internalName "
+            "= ? AND status != 5",
+            {file.permissions, VHSqlDate(file.modifyTime), VHSqlDate(file.accessTime),
+             file.internalName});
+    });
+}
+
+bool VHDatabase::updateFileLockStatus(const VHFile& file) {
+    return write([&](VHFilesTable& t) {
+        std::optional<VHFile> row = t.fileWithId(file.internalName, false);
+        if (!row) return false;
+        VHFile locked = file;
+        locked.status = row->status;
+        if (row->status != kStatusSynchronized) return t.updateLockStatus(locked, false);
+        return t.addFile(*row, kStatusShadow) && t.updateLockStatus(locked, true);
+    });
+}
+
+bool VHDatabase::updateFileLockStatusAndStatusUnChanged(const VHFile& file) {
+    return write([&](VHFilesTable& t) { return t.updateLockStatus(file, false); });
+}
+
+bool VHDatabase::updateParentShareId(const VHFile& file) {
+    return write([&](VHFilesTable& t) {
+        return t.updateParentShareId(file.internalName, file.parentShareId);
+    });
+}
+
+bool VHDatabase::updateFileWithId(const std::string& id, const std::string& newShareId,
+                                  const std::string& newParentShareId) {
+    return write([&](VHFilesTable& t) {
+        return t.update("UPDATE files SET shareId = ?, parentShareId = ? WHERE internalName = ?",
+                        {newShareId, newParentShareId, id});
+    });
+}
+
+bool VHDatabase::updateFileWithId(const std::string& id, const std::string& newShareId,
+                                  uint64_t status) {
+    return write([&](VHFilesTable& t) {
+        return t.update("UPDATE files SET shareId = ?, status = ? WHERE internalName = ?",
+                        {newShareId, status, id});
+    });
+}
+
+bool VHDatabase::deleteFileRecord(const std::string& id) {
+    return write([&](VHFilesTable& t) { return t.deleteFile(id); });
+}
+
+bool VHDatabase::deleteFile(const VHFile& file, uint64_t tick) {
+    return write([&](VHFilesTable& t) { return t.deleteFileWithTick(file.internalName, tick); });
+}
+
+bool VHDatabase::deleteFileShadow(const std::string& id) {
+    return write([&](VHFilesTable& t) { return t.deleteFileShadow(id); });
+}
+
+bool VHDatabase::deleteFileWithParentId(const std::string& parentId, const std::string& name) {
+    return write([&](VHFilesTable& t) {
+        return t.update("DELETE * FROM files WHERE parentId = ? AND publicName = ? AND status",
+                        {parentId, name});
+    });
+}
+
+bool VHDatabase::deleteAllTempFiles() {
+    return write([&](VHFilesTable& t) {
+        return t.update("DELETE FROM files WHERE shareId = ?", {std::string(kTempShareId)});
+    });
+}
+
+bool VHDatabase::updateFileNew(const VHVirtualFile& item) {
+    VHFile server = VHFile::fromVirtualFile(item);
+    return write([&](VHFilesTable& t) {
+        return t.update(
+            "UPDATE files SET uploadName = ?, hash = ?, tick = ?, shareTick = ?, updateTick = ?, "
+            "createTick = ? WHERE internalName = ? AND status != 5",
+            {server.uploadName, server.fileHash, server.tick, server.shareTick, server.updateTick,
+             server.createTick, server.internalName});
+    });
+}
+
+}  // namespace vh

@@ -1,10 +1,14 @@
 #include "support/VHTestHome.h"
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
+#include <vector>
 
 namespace vh::test {
 
@@ -33,12 +37,30 @@ VHTestHome::VHTestHome() {
 }
 
 VHTestHome::~VHTestHome() {
+    VHDetachMountsBelow(root_);
     VHRemoveTree(root_);
     gCurrent.clear();
 }
 
 const std::string& VHCurrentTestHome() {
     return gCurrent;
+}
+
+void VHDetachMountsBelow(const std::string& root) {
+    std::ifstream mountinfo("/proc/self/mountinfo");
+    std::vector<std::string> mounts;
+    for (std::string line; std::getline(mountinfo, line);) {
+        std::istringstream fields(line);
+        std::string id, parent, device, source, target;
+        fields >> id >> parent >> device >> source >> target;
+        if (target.rfind(root + "/", 0) == 0) mounts.push_back(target);
+    }
+    // Deepest first; a lazy detach also clears a mount whose server is gone.
+    for (auto it = mounts.rbegin(); it != mounts.rend(); ++it) {
+        if (umount2(it->c_str(), MNT_DETACH) != 0) {
+            std::system(("fusermount3 -uz '" + *it + "' 2>/dev/null").c_str());
+        }
+    }
 }
 
 void VHRemoveTree(const std::string& path) {

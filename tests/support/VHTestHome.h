@@ -21,6 +21,9 @@ class VHTestHome {
 // The folder of the running test (its HOME).
 const std::string& VHCurrentTestHome();
 
+// Detaches every mount below `root` (a test's FUSE mounts, even dead ones).
+void VHDetachMountsBelow(const std::string& root);
+
 // Removes a folder tree; errors are ignored.
 void VHRemoveTree(const std::string& path);
 

@@ -1,0 +1,25 @@
+// The drive's notifications to the application: mounted, mount failed,
+// unmounted. Signals are emitted on FUSE's threads; connect with a queued
+// connection to act on the main thread.
+#pragma once
+
+#include <QObject>
+
+namespace vh {
+
+class VHDriveEvents : public QObject {
+    Q_OBJECT
+  public:
+    // The process-wide instance.
+    static VHDriveEvents& instance();
+
+  signals:
+    // The kernel handshake completed: the drive is usable.
+    void fuseDidMount();
+    // The mount-point checks failed; `code` is -1 to -4.
+    void fuseMountFailed(int code);
+    // The FUSE session ended (unmounted from inside or outside).
+    void fuseDidUnmount();
+};
+
+}  // namespace vh

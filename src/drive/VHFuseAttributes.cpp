@@ -1,0 +1,161 @@
+#include "drive/VHFuseAttributes.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "drive/VHFuseFileData.h"
+#include "drive/VHFuseGuard.h"
+#include "drive/VHFuseHandle.h"
+#include "drive/VHFusePathMapping.h"
+#include "drive/VHFuseUtils.h"
+#include "lib/VHPathUtils.h"
+#include "store/VHDatabase.h"
+#include "transfer/VHFileCache.h"
+
+namespace vh {
+
+namespace {
+
+struct timespec toTimespec(VHDate date) {
+    struct timespec ts {};
+    double whole = std::floor(date.seconds);
+    ts.tv_sec = static_cast<time_t>(whole);
+    double nanos = (date.seconds - whole) * 1e9;
+    ts.tv_nsec = nanos > 0 ? static_cast<long>(nanos) : 0;
+    return ts;
+}
+
+void fillCommon(struct stat* st, mode_t mode) {
+    std::memset(st, 0, sizeof *st);
+    st->st_mode = mode;
+    st->st_nlink = 1;
+    st->st_uid = geteuid();
+    st->st_gid = getegid();
+}
+
+void fillTimes(struct stat* st, VHDate modified, VHDate accessed, VHDate changed) {
+    st->st_mtim = toTimespec(modified);
+    st->st_atim = toTimespec(accessed);
+    st->st_ctim = toTimespec(changed);
+}
+
+bool isSpecialName(const std::string& path) {
+    return path == kFuseLockPath || VHLastPathComponent(path) == kFinderRefresh;
+}
+
+void fillSpecial(struct stat* st) {
+    fillCommon(st, S_IFREG | 0700);
+    VHDate now = VHDate::now();
+    fillTimes(st, now, now, now);
+}
+
+void fillShare(struct stat* st, const ManagedShare& share) {
+    fillCommon(st, S_IFDIR | 0700);
+    VHDate modified = share.ModificationDate.value_or(VHDate::distantPast());
+    fillTimes(st, modified, modified, share.CreationDate.value_or(VHDate::distantPast()));
+}
+
+void fillItem(struct stat* st, const VHFile& file) {
+    mode_t mode = static_cast<mode_t>(file.permissions & 0xFFF);
+    // Linux has no immutable flag to report: a file that another user holds
+    // locked shows without write permission instead.
+    if (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file)) {
+        mode &= ~static_cast<mode_t>(0222);
+    }
+    fillCommon(st, mode | (file.isFile ? S_IFREG : S_IFDIR));
+    fillTimes(st, file.modifyTime, file.accessTime, file.createTime);
+    if (file.isFile) {
+        st->st_size = static_cast<off_t>(file.fileSize);
+        // The remainder, not a block count: the value the drive has always reported.
+        st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) % 512);
+    }
+}
+
+int notFound(const char* rawPath) {
+    if (VHLastPathComponent(rawPath) == "tree.txt") VHConsoleLog("file is not found....");
+    VHLog(kLogDrive, "VHFuseFileSystem: attributesOfItemAtPath: failed: %s", rawPath);
+    return -ENOENT;
+}
+
+int getattr(const char* rawPath, struct stat* st) {
+    if (VHFuseUtils::excessiveLogging()) {
+        VHLog(kLogDrive, "VHFuseFileSystem: attributesOfItemAtPath:%@", rawPath);
+    }
+    std::string path = finalPath(rawPath);
+    if (isSpecialName(path)) {
+        fillSpecial(st);
+        return 0;
+    }
+    if (VHFuseUtils::isRootPath(path)) return lstat(VHFileCache::filesCachePath().c_str(), st);
+    VHDatabase& db = VHDatabase::database();
+    if (VHFuseUtils::isSharePath(path)) {
+        auto share = db.shareWithPath(path);
+        if (!share) return notFound(rawPath);
+        fillShare(st, *share);
+        return 0;
+    }
+    auto file = db.fileWithPath(path);
+    if (!file) {
+        VHConsoleLog("Get attributes, file is not found %@.", path);
+        return notFound(rawPath);
+    }
+    if (file->deleted) return notFound(rawPath);
+    fillItem(st, *file);
+    return 0;
+}
+
+}  // namespace
+
+int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* fi) {
+    return VHFuseGuard(__func__, [&] {
+        if (path) return getattr(path, st);
+        // An open folder or file: libfuse gives its handle instead of a path.
+        if (auto* folder = dynamic_cast<VHFuseDirectoryHandle*>(VHFuseHandle::from(fi))) {
+            return getattr(folder->path.c_str(), st);
+        }
+        if (auto* open = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi))) {
+            auto file = VHDatabase::database().fileWithId(open->fileId());
+            if (!file || file->deleted) return -ENOENT;
+            fillItem(st, *file);
+            return 0;
+        }
+        return -EBADF;
+    });
+}
+
+int varnholt_statfs(const char* path, struct statvfs* st) {
+    return VHFuseGuard(__func__, [&] {
+        int result = statvfs(VHFileCache::rootCachePath().c_str(), st);
+        VHLog(kLogDrive, "%s:%s", "varnholt_statfs", path);
+        if (result != 0) return result;
+        int64_t used = VHDatabase::database().totalFileSize();
+        int64_t fragment = st->f_frsize ? static_cast<int64_t>(st->f_frsize) : 1;
+        st->f_blocks = static_cast<fsblkcnt_t>(
+            (used + static_cast<int64_t>(st->f_bfree) * fragment) / fragment);
+        return 0;
+    });
+}
+
+int varnholt_readlink(const char* path, char*, size_t) {
+    VHLog(kLogDrive, "%s:%s", "varnholt_readlink", path);
+    return -ENOENT;
+}
+
+int varnholt_symlink(const char* target, const char* linkPath) {
+    VHLog(kLogDrive, "%s:%s to %s", "varnholt_symlink", target, linkPath);
+    return -EACCES;
+}
+
+int varnholt_link(const char* from, const char* to) {
+    // Hard links are not supported. The two paths are drive paths: handing
+    // them to link(2) would touch the host's own folders.
+    VHLog(kLogDrive, "%s:%s :%s", "varnholt_link", from, to);
+    return -EPERM;
+}
+
+}  // namespace vh

@@ -1,0 +1,24 @@
+// Attributes of drive items and the volume, and the refused link calls.
+// Everything is answered from the metadata database: never the server, never
+// file contents.
+#pragma once
+
+#include <fuse.h>
+
+namespace vh {
+
+// The drive's lock file in its root and the file manager's refresh marker.
+inline constexpr const char* kFuseLockPath = "/.fuselock";
+inline constexpr const char* kFinderRefresh = ".vhrefresh";
+
+// Attributes of a path: 0 or -ENOENT; for the root whatever lstat of the
+// local Files folder gives. Without a path, of the open folder or file of
+// the handle.
+int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* fi);
+// The cache volume's figures, with the drive's total file size as used space.
+int varnholt_statfs(const char* path, struct statvfs* st);
+int varnholt_readlink(const char* path, char* buffer, size_t size);  // always -ENOENT
+int varnholt_symlink(const char* target, const char* linkPath);      // always -EACCES
+int varnholt_link(const char* from, const char* to);                 // always -EPERM
+
+}  // namespace vh

@@ -1,0 +1,223 @@
+#include "drive/VHFuseFileData.h"
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QThreadPool>
+#include <QTimer>
+#include <algorithm>
+
+#include "lib/VHFormat.h"
+#include "lib/VHLog.h"
+
+namespace vh {
+
+namespace {
+
+// The class lock and what it guards.
+std::mutex gTableMutex;
+std::vector<VHFuseFileData*> gOpenedFiles;
+std::map<std::string, VHDate> gFileModifications;
+bool gUpdateCheckScheduled = false;
+
+bool settled(VHDate when) {
+    return VHDate::now().seconds - when.seconds > VHFuseFileData::kQuietSeconds;
+}
+
+class OpenFilesHooks final : public VHOpenFilesHooks {
+    void fileWasModified(const VHFile& file) override { VHFuseFileData::fileWasModified(file); }
+    void exchangeFileId(const std::string& a, const std::string& b) override {
+        VHFuseFileData::exchangeFileId(a, b);
+    }
+};
+
+// Runs `work` on a pool thread after `delayMs`, timed by the main thread's loop.
+void runLater(int delayMs, std::function<void()> work) {
+    QCoreApplication* app = QCoreApplication::instance();
+    if (!app) return;
+    QMetaObject::invokeMethod(app, [delayMs, work = std::move(work)] {
+        QTimer::singleShot(delayMs, QCoreApplication::instance(),
+                           [work] { QThreadPool::globalInstance()->start(work); });
+    });
+}
+
+}  // namespace
+
+VHFuseFileData::VHFuseFileData(int openFlags, int fileDescriptor, pid_t openProcess)
+    : openFlags_(openFlags), openProcess_(openProcess), fileDescriptor_(fileDescriptor) {
+    std::lock_guard lock(gTableMutex);
+    gOpenedFiles.push_back(this);
+}
+
+VHFuseFileData::~VHFuseFileData() {
+    close();
+}
+
+void VHFuseFileData::close() {
+    std::string id;
+    bool wasModified = false;
+    {
+        std::lock_guard lock(mutex_);
+        id = fileId_;
+        wasModified = modified_;
+    }
+    {
+        std::lock_guard lock(gTableMutex);
+        auto it = std::find(gOpenedFiles.begin(), gOpenedFiles.end(), this);
+        if (it != gOpenedFiles.end()) gOpenedFiles.erase(it);
+        if (wasModified && !id.empty()) gFileModifications[id] = VHDate::now();
+    }
+    std::lock_guard lock(mutex_);
+    if (fileDescriptor_ != -1) ::close(fileDescriptor_);
+    fileDescriptor_ = -1;
+    fileId_.clear();
+    lastWrite_ = VHDate::distantPast();
+    modified_ = false;
+}
+
+std::string VHFuseFileData::fileId() const {
+    std::lock_guard lock(mutex_);
+    return fileId_;
+}
+
+void VHFuseFileData::setFileId(const std::string& id) {
+    std::lock_guard lock(mutex_);
+    fileId_ = id;
+}
+
+bool VHFuseFileData::modified() const {
+    std::lock_guard lock(mutex_);
+    return modified_;
+}
+
+VHDate VHFuseFileData::lastWrite() const {
+    std::lock_guard lock(mutex_);
+    return lastWrite_;
+}
+
+void VHFuseFileData::markWritten() {
+    std::lock_guard lock(mutex_);
+    modified_ = true;
+    lastWrite_ = VHDate::now();
+}
+
+bool VHFuseFileData::needsUpdate() const {
+    std::lock_guard lock(mutex_);
+    return needsUpdate_;
+}
+
+void VHFuseFileData::setNeedsUpdate(bool needsUpdate) {
+    std::lock_guard lock(mutex_);
+    needsUpdate_ = needsUpdate;
+}
+
+int VHFuseFileData::fileDescriptor() const {
+    std::lock_guard lock(mutex_);
+    return fileDescriptor_;
+}
+
+void VHFuseFileData::setFileDescriptor(int fd) {
+    std::lock_guard lock(mutex_);
+    fileDescriptor_ = fd;
+}
+
+std::string VHFuseFileData::description() const {
+    std::lock_guard lock(mutex_);
+    return VHFormat("file: %@, fd: %d, modified: %d, lastWrite: %@", fileId_, fileDescriptor_,
+                    modified_, VHDateToJsonText(lastWrite_));
+}
+
+std::vector<VHFuseFileData*> VHFuseFileData::openedFiles() {
+    std::lock_guard lock(gTableMutex);
+    return gOpenedFiles;
+}
+
+std::vector<pid_t> VHFuseFileData::openProcesses() {
+    std::vector<pid_t> processes;
+    std::lock_guard lock(gTableMutex);
+    for (VHFuseFileData* open : gOpenedFiles) processes.push_back(open->openProcess_);
+    return processes;
+}
+
+bool VHFuseFileData::canUploadFile(const VHFile& file) {
+    std::lock_guard lock(gTableMutex);
+    VHConsoleLog(">>>>>> can upload %@, openedFiles:%d fileModifications:%d", file.publicName,
+                 gOpenedFiles.size(), gFileModifications.size());
+    auto modification = gFileModifications.find(file.internalName);
+    if (modification != gFileModifications.end()) {
+        if (!settled(modification->second)) return false;
+        gFileModifications.erase(modification);
+    }
+    for (VHFuseFileData* open : gOpenedFiles) {
+        if (open->fileId() == file.internalName) return settled(open->lastWrite());
+    }
+    return true;
+}
+
+void VHFuseFileData::touchModification(const std::string& fileId, VHDate when) {
+    std::lock_guard lock(gTableMutex);
+    gFileModifications[fileId] = when;
+}
+
+void VHFuseFileData::fileWasModified(const VHFile& file) {
+    touchModification(file.internalName, VHDate::now());
+    scheduleUpdateChecks();
+}
+
+void VHFuseFileData::scheduleUpdateChecks() {
+    {
+        std::lock_guard lock(gTableMutex);
+        if (gUpdateCheckScheduled) return;
+        gUpdateCheckScheduled = true;
+    }
+    runLater(kUpdateCheckDelayMs, [] { checkUpdatedFiles(); });
+}
+
+void VHFuseFileData::checkUpdatedFiles() {
+    bool uploadsDue = false, checkAgain = false;
+    {
+        std::lock_guard lock(gTableMutex);
+        gUpdateCheckScheduled = false;
+        for (VHFuseFileData* open : gOpenedFiles) {
+            if (!open->needsUpdate()) continue;
+            (settled(open->lastWrite()) ? uploadsDue : checkAgain) = true;
+        }
+        for (auto it = gFileModifications.begin(); it != gFileModifications.end(); ++it) {
+            if (!settled(it->second)) {
+                checkAgain = true;
+            } else {
+                gFileModifications.erase(it);  // one settled entry per check
+                break;
+            }
+        }
+    }
+    if (checkAgain) scheduleUpdateChecks();
+    if (uploadsDue) VHStoreHooks::uploads().uploadsAdded();
+}
+
+void VHFuseFileData::exchangeFileId(const std::string& a, const std::string& b) {
+    std::lock_guard lock(gTableMutex);
+    bool doneA = false, doneB = false;
+    for (VHFuseFileData* open : gOpenedFiles) {
+        if (doneA && doneB) break;
+        std::string id = open->fileId();
+        if (!doneA && id == a) {
+            open->setFileId(b);
+            doneA = true;
+        } else if (!doneB && id == b) {
+            open->setFileId(a);
+            doneB = true;
+        }
+    }
+    auto dateA = gFileModifications.extract(a);
+    auto dateB = gFileModifications.extract(b);
+    if (!dateA.empty()) gFileModifications[b] = dateA.mapped();
+    if (!dateB.empty()) gFileModifications[a] = dateB.mapped();
+}
+
+VHOpenFilesHooks& VHFuseFileData::hooks() {
+    static OpenFilesHooks instance;
+    return instance;
+}
+
+}  // namespace vh

@@ -1,0 +1,96 @@
+// The drive's table of open files and recent modifications.
+//
+// One VHFuseFileData per open of a file, stored in the FUSE handle. The
+// table answers the upload queue's question whether a file has settled
+// (canUploadFile), runs the delayed update check that wakes the upload queue
+// 3 s after a change, and lists the open files for the quit check.
+//
+// Locks, in this order: a handle's write mutex (the open-and-write sequence of
+// a write), the class lock (the open list, the modification times, the
+// scheduled flag), a handle's field lock. None is held while calling out of
+// the drive.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "drive/VHFuseHandle.h"
+#include "lib/VHDate.h"
+#include "store/VHFile.h"
+#include "store/VHStoreHooks.h"
+
+namespace vh {
+
+class VHFuseFileData : public VHFuseHandle {
+  public:
+    // A file is settled once its last change is more than this old.
+    static constexpr double kQuietSeconds = 5.0;
+    static constexpr int kUpdateCheckDelayMs = 3000;
+
+    // Registers itself in the open list. `openProcess` is the requesting
+    // process (-1 when unknown).
+    VHFuseFileData(int openFlags, int fileDescriptor, pid_t openProcess);
+    ~VHFuseFileData() override;
+
+    // Removes the handle from the open list, records the modification time of
+    // a modified file, and closes the cache descriptor.
+    void close();
+
+    int openFlags() const { return openFlags_; }
+    pid_t openProcess() const { return openProcess_; }
+    std::string fileId() const;
+    void setFileId(const std::string& id);
+    bool modified() const;
+    VHDate lastWrite() const;
+    // After a successful write: modified, last write now.
+    void markWritten();
+    bool needsUpdate() const;
+    void setNeedsUpdate(bool needsUpdate);
+
+    // The handle's lock for the open-and-write sequence of a write.
+    std::mutex& writeMutex() { return writeMutex_; }
+    // The cache descriptor (-1 until the first read or write opens it).
+    int fileDescriptor() const;
+    void setFileDescriptor(int fd);
+
+    // "file: %@, fd: %d, modified: %d, lastWrite: %@"
+    std::string description() const;
+
+    // ---- The table (any thread) ---------------------------------------------
+    // A snapshot of the open handles, in order of opening.
+    static std::vector<VHFuseFileData*> openedFiles();
+    // The processes that hold files open.
+    static std::vector<pid_t> openProcesses();
+    // Whether the file has settled: no modification and no write through an
+    // open handle within the quiet period.
+    static bool canUploadFile(const VHFile& file);
+    // Records a modification now and schedules the update check.
+    static void fileWasModified(const VHFile& file);
+    static void scheduleUpdateChecks();
+    static void checkUpdatedFiles();
+    // Swaps two file ids among the open handles and the modification times.
+    static void exchangeFileId(const std::string& a, const std::string& b);
+
+    // Serves the store's VHOpenFilesHooks; registered by the first open.
+    static VHOpenFilesHooks& hooks();
+
+  private:
+    static void touchModification(const std::string& fileId, VHDate when);
+
+    const int openFlags_;
+    const pid_t openProcess_;
+    mutable std::mutex mutex_;  // guards the fields below
+    int fileDescriptor_;
+    bool modified_ = false;
+    bool needsUpdate_ = false;
+    VHDate lastWrite_ = VHDate::distantPast();
+    std::string fileId_;
+    std::mutex writeMutex_;
+};
+
+}  // namespace vh

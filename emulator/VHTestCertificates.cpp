@@ -7,7 +7,10 @@
 #include <openssl/x509v3.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <memory>
+#include <random>
+#include <sstream>
 
 namespace vh {
 
@@ -29,6 +32,12 @@ bool addExtension(X509* cert, X509* issuer, int nid, const std::string& value) {
     bool ok = X509_add_ext(cert, ext, -1) == 1;
     X509_EXTENSION_free(ext);
     return ok;
+}
+
+// Reissued server certificates must not repeat a serial number of the same CA.
+long randomSerial() {
+    std::random_device device;
+    return static_cast<long>(std::uniform_int_distribution<uint32_t>(2, 0x7fffffff)(device));
 }
 
 CertPtr makeCertificate(EVP_PKEY* key, const std::string& commonName, X509* issuer, long serial) {
@@ -79,6 +88,44 @@ std::string subjectAltNames(const std::vector<std::string>& hostNames) {
     return list;
 }
 
+CertPtr certificateFromPem(const std::string& pem) {
+    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    X509* cert = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    return CertPtr(cert, X509_free);
+}
+
+KeyPtr keyFromPem(const std::string& pem) {
+    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    EVP_PKEY* key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    return KeyPtr(key, EVP_PKEY_free);
+}
+
+// The server key and certificate for `hostNames`, signed by the CA.
+std::optional<std::pair<std::string, std::string>> issueServer(
+    X509* ca, EVP_PKEY* caKey, const std::vector<std::string>& hostNames) {
+    KeyPtr serverKey = makeKey();
+    if (!serverKey || hostNames.empty()) return std::nullopt;
+    CertPtr server = makeCertificate(serverKey.get(), hostNames.front(), ca, randomSerial());
+    if (!addExtension(server.get(), ca, NID_basic_constraints, "critical,CA:FALSE") ||
+        !addExtension(server.get(), ca, NID_ext_key_usage, "serverAuth") ||
+        !addExtension(server.get(), ca, NID_subject_alt_name, subjectAltNames(hostNames)) ||
+        !addExtension(server.get(), ca, NID_authority_key_identifier, "keyid:always") ||
+        X509_sign(server.get(), caKey, EVP_sha256()) == 0) {
+        return std::nullopt;
+    }
+    return std::pair{toPem(server.get()), toPem(serverKey.get())};
+}
+
+std::optional<std::string> readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 bool writeFile(const std::string& path, const std::string& text) {
     int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return false;
@@ -91,8 +138,7 @@ bool writeFile(const std::string& path, const std::string& text) {
 std::optional<VHTestCertificates> VHTestCertificates::generate(
     const std::vector<std::string>& hostNames) {
     KeyPtr caKey = makeKey();
-    KeyPtr serverKey = makeKey();
-    if (!caKey || !serverKey || hostNames.empty()) return std::nullopt;
+    if (!caKey || hostNames.empty()) return std::nullopt;
 
     CertPtr ca = makeCertificate(caKey.get(), "Varnholt emulator CA", nullptr, 1);
     if (!addExtension(ca.get(), ca.get(), NID_basic_constraints, "critical,CA:TRUE") ||
@@ -101,22 +147,35 @@ std::optional<VHTestCertificates> VHTestCertificates::generate(
         X509_sign(ca.get(), caKey.get(), EVP_sha256()) == 0) {
         return std::nullopt;
     }
+    auto server = issueServer(ca.get(), caKey.get(), hostNames);
+    if (!server) return std::nullopt;
+    return VHTestCertificates{toPem(ca.get()), server->first, server->second, toPem(caKey.get())};
+}
 
-    CertPtr server = makeCertificate(serverKey.get(), hostNames.front(), ca.get(), 2);
-    if (!addExtension(server.get(), ca.get(), NID_basic_constraints, "critical,CA:FALSE") ||
-        !addExtension(server.get(), ca.get(), NID_ext_key_usage, "serverAuth") ||
-        !addExtension(server.get(), ca.get(), NID_subject_alt_name, subjectAltNames(hostNames)) ||
-        !addExtension(server.get(), ca.get(), NID_authority_key_identifier, "keyid:always") ||
-        X509_sign(server.get(), caKey.get(), EVP_sha256()) == 0) {
-        return std::nullopt;
-    }
-    return VHTestCertificates{toPem(ca.get()), toPem(server.get()), toPem(serverKey.get())};
+std::optional<VHTestCertificates> VHTestCertificates::reissued(
+    const std::vector<std::string>& hostNames) const {
+    CertPtr ca = certificateFromPem(caCertificatePem);
+    KeyPtr caKey = keyFromPem(caKeyPem);
+    if (!ca || !caKey) return std::nullopt;
+    auto server = issueServer(ca.get(), caKey.get(), hostNames);
+    if (!server) return std::nullopt;
+    return VHTestCertificates{caCertificatePem, server->first, server->second, caKeyPem};
 }
 
 bool VHTestCertificates::writeTo(const std::string& dir) const {
     return writeFile(dir + "/ca.pem", caCertificatePem) &&
            writeFile(dir + "/server.pem", serverCertificatePem) &&
-           writeFile(dir + "/server-key.pem", serverKeyPem);
+           writeFile(dir + "/server-key.pem", serverKeyPem) &&
+           (caKeyPem.empty() || writeFile(dir + "/ca-key.pem", caKeyPem));
+}
+
+std::optional<VHTestCertificates> VHTestCertificates::readFrom(const std::string& dir) {
+    auto ca = readFile(dir + "/ca.pem");
+    auto server = readFile(dir + "/server.pem");
+    auto serverKey = readFile(dir + "/server-key.pem");
+    auto caKey = readFile(dir + "/ca-key.pem");
+    if (!ca || !server || !serverKey || !caKey) return std::nullopt;
+    return VHTestCertificates{*ca, *server, *serverKey, *caKey};
 }
 
 }  // namespace vh

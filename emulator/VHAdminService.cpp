@@ -1,0 +1,247 @@
+#include "VHAdminService.h"
+
+#include "VHEmulatorActions.h"
+#include "VHEmulatorProvisioning.h"
+#include "VHEmulatorRecords.h"
+
+namespace vh::emulator {
+
+namespace {
+
+const std::string kAdmin(kAdminPrefix);
+
+std::string text(const VHJson& object, const char* key) {
+    auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+int64_t number(const std::string& text, int64_t fallback) {
+    try {
+        return text.empty() ? fallback : std::stoll(text);
+    } catch (const std::exception&) {
+        return fallback;
+    }
+}
+
+void replyDone(VHEmulatorExchange& exchange, bool done, const std::string& what) {
+    if (done) return exchange.reply(200, {{"done", true}});
+    exchange.replyFailure(VHFail(404, kCodeBadRequest, "No such " + what));
+}
+
+}  // namespace
+
+void VHAdminService::registerRoutes(VHEmulatorServer& server) {
+    auto add = [&](const char* method, const std::string& path,
+                   void (VHAdminService::*handler)(VHEmulatorExchange&)) {
+        server.route(VHHostKind::Any, method, kAdmin + path,
+                     [this, handler](VHEmulatorExchange& exchange) { (this->*handler)(exchange); });
+    };
+    add("GET", "state", &VHAdminService::state);
+    add("POST", "domains", &VHAdminService::addDomain);
+    add("POST", "domains/([^/]+)/events", &VHAdminService::raiseDomainEvent);
+    add("GET", "events", &VHAdminService::listEvents);
+    add("POST", "users", &VHAdminService::addUser);
+    add("GET", "users/([^/]+)", &VHAdminService::describeUser);
+    add("DELETE", "users/([^/]+)", &VHAdminService::removeUser);
+    add("POST", "devices", &VHAdminService::setDevice);
+    add("POST", "shares", &VHAdminService::addShare);
+    add("DELETE", "shares/([^/]+)", &VHAdminService::removeShare);
+    add("PUT", "shares/([^/]+)/acl", &VHAdminService::setAcl);
+    add("DELETE", "shares/([^/]+)/acl/([^/]+)", &VHAdminService::removeAcl);
+}
+
+VHJson VHAdminService::describeShare(const VHEmulatorShare& share) {
+    auto domain = store_.accounts.domainById(share.domainId);
+    VHJson rights = VHJson::array();
+    for (const VHEmulatorAcl& acl : store_.accounts.acls(share.shareId)) {
+        rights.push_back({{"email", acl.email}, {"aclType", acl.aclType}, {"aclToken", acl.token}});
+    }
+    return {{"shareId", share.shareId},
+            {"name", share.name},
+            {"domain", domain ? domain->url : ""},
+            {"owner", share.ownerEmail},
+            {"parentShareId", share.parentShareId},
+            {"rootFolder", share.rootFolder},
+            {"tick", share.tick},
+            {"acl", std::move(rights)}};
+}
+
+void VHAdminService::state(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    VHJson domains = VHJson::array(), users = VHJson::array(), shares = VHJson::array();
+    for (const auto& domain : store_.accounts.domains()) {
+        domains.push_back(
+            {{"domainId", domain.domainId}, {"url", domain.url}, {"name", domain.name}});
+    }
+    for (const auto& user : store_.accounts.users()) {
+        users.push_back({{"email", user.email}, {"userId", user.userId}, {"name", user.name}});
+    }
+    for (const auto& share : store_.accounts.shares()) shares.push_back(describeShare(share));
+    exchange.reply(200, {{"globalHost", store_.globalHost()},
+                         {"domains", std::move(domains)},
+                         {"users", std::move(users)},
+                         {"shares", std::move(shares)}});
+}
+
+void VHAdminService::addDomain(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    VHEmulatorResult<VHEmulatorDomain> domain = VHFail(500, kCodeBadRequest, "");
+    {
+        auto guard = store_.db.lock();
+        domain = store_.atomically([&] { return VHEmulatorProvisioning(store_).addDomain(*spec); });
+    }
+    if (!domain) return exchange.replyFailure(domain.failure());
+    if (!reissueCertificate_()) {
+        return exchange.replyFailure(VHFail(500, kCodeBadRequest, "Cannot issue a certificate"));
+    }
+    exchange.reply(201, {{"domainId", domain->domainId}, {"url", domain->url}});
+}
+
+void VHAdminService::raiseDomainEvent(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec || !spec->is_object()) {
+        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    }
+    auto guard = store_.db.lock();
+    auto domain = store_.accounts.domainByUrl(exchange.params[0]);
+    if (!domain) return replyDone(exchange, false, "domain");
+    VHJson event = {{"DomainEventType", spec->value("DomainEventType", 1)},
+                    {"Update", text(*spec, "Update")},
+                    {"Company", text(*spec, "Company")},
+                    {"Delete", text(*spec, "Delete")},
+                    {"New", text(*spec, "New")}};
+    if (!store_.events.record(domain->domainId, kMessageDomainEvent, domain->url, event)) {
+        return exchange.replyFailure(VHFail(500, kCodeBadRequest, store_.db.lastError()));
+    }
+    exchange.reply(201, {{"seq", *store_.db.integer("SELECT last_insert_rowid()")}});
+}
+
+void VHAdminService::listEvents(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    auto domain = store_.accounts.domainByUrl(exchange.query("domain"));
+    if (!domain) return replyDone(exchange, false, "domain");
+    VHJson list = VHJson::array();
+    for (const VHEmulatorEvent& event :
+         store_.events.after(domain->domainId, number(exchange.query("after"), 0),
+                             number(exchange.query("limit"), 1000))) {
+        list.push_back({{"seq", event.seq},
+                        {"messageType", event.messageType},
+                        {"sender", event.sender},
+                        {"message", event.message},
+                        {"time", VHJsonDate(event.time)}});
+    }
+    exchange.reply(200, list);
+}
+
+void VHAdminService::addUser(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    auto guard = store_.db.lock();
+    auto user = store_.atomically([&] { return VHEmulatorProvisioning(store_).addUser(*spec); });
+    if (!user) return exchange.replyFailure(user.failure());
+    exchange.reply(201, {{"email", user->email}, {"userId", user->userId}});
+}
+
+void VHAdminService::describeUser(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    auto user = store_.accounts.user(exchange.params[0]);
+    if (!user) return replyDone(exchange, false, "user");
+    VHJson domains = VHJson::array(), shares = VHJson::array();
+    for (const VHEmulatorMembership& member : store_.accounts.memberships(user->email)) {
+        auto domain = store_.accounts.domainById(member.domainId);
+        domains.push_back({{"url", domain ? domain->url : ""},
+                           {"domainId", member.domainId},
+                           {"token", member.token},
+                           {"cookie", member.cookie},
+                           {"primary", member.domainId == user->primaryDomainId}});
+        for (const auto& [share, acl] : store_.accounts.sharesOf(user->email, member.domainId)) {
+            shares.push_back({{"shareId", share.shareId},
+                              {"name", share.name},
+                              {"aclType", acl.aclType},
+                              {"aclToken", acl.token}});
+        }
+    }
+    exchange.reply(200, {{"email", user->email},
+                         {"userId", user->userId},
+                         {"companyId", user->companyId},
+                         {"domains", std::move(domains)},
+                         {"shares", std::move(shares)}});
+}
+
+void VHAdminService::removeUser(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    replyDone(exchange, store_.accounts.removeUser(exchange.params[0]), "user");
+}
+
+void VHAdminService::setDevice(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec || !spec->is_object()) {
+        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    }
+    auto guard = store_.db.lock();
+    std::string email = text(*spec, "email"), deviceId = text(*spec, "deviceId");
+    auto wipe = spec->find("wipe");
+    bool done =
+        store_.accounts.user(email) && !deviceId.empty() &&
+        store_.accounts.setDevice(email, deviceId,
+                                  wipe != spec->end() && wipe->is_boolean() && wipe->get<bool>());
+    replyDone(exchange, done, "user or device id");
+}
+
+void VHAdminService::addShare(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec || !spec->is_object()) {
+        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    }
+    auto actions =
+        VHEmulatorActions::prepare(spec->value("actions", VHJson::array()), store_.blobs);
+    if (!actions) return exchange.replyFailure(actions.failure());
+    auto guard = store_.db.lock();
+    auto share =
+        store_.atomically([&] { return VHEmulatorProvisioning(store_).addShare(*spec, *actions); });
+    if (!share) {
+        actions->discardContents(store_.blobs);
+        return exchange.replyFailure(share.failure());
+    }
+    exchange.reply(201, describeShare(*store_.accounts.share(share->shareId)));
+}
+
+void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    const std::string& shareId = exchange.params[0];
+    auto share = store_.accounts.share(shareId);
+    if (!share) return replyDone(exchange, false, "share");
+    auto removed = store_.atomically([&]() -> VHEmulatorResult<bool> {
+        std::vector<std::string> doomed = store_.accounts.subfolderShares(shareId);
+        doomed.push_back(shareId);
+        for (const std::string& id : doomed) {
+            if (!store_.accounts.removeShare(id)) return VHFail(500, kCodeBadRequest, "");
+        }
+        if (!share->isSubfolder() && !store_.journal.purge(shareId)) {
+            return VHFail(500, kCodeBadRequest, store_.db.lastError());
+        }
+        return true;
+    });
+    replyDone(exchange, static_cast<bool>(removed), "share");
+}
+
+void VHAdminService::setAcl(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    if (!spec || !spec->is_object()) {
+        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    }
+    auto guard = store_.db.lock();
+    auto type = spec->find("aclType");
+    bool done = store_.accounts.share(exchange.params[0]) && type != spec->end() &&
+                type->is_number_integer() &&
+                store_.accounts.setAcl(exchange.params[0], text(*spec, "email"), type->get<int>());
+    replyDone(exchange, done, "share, user or right");
+}
+
+void VHAdminService::removeAcl(VHEmulatorExchange& exchange) {
+    auto guard = store_.db.lock();
+    replyDone(exchange, store_.accounts.removeAcl(exchange.params[0], exchange.params[1]), "right");
+}
+
+}  // namespace vh::emulator

@@ -17,6 +17,7 @@
 #include "lib/VHPathUtils.h"
 #include "lib/VHPaths.h"
 #include "lib/VHStrings.h"
+#include "store/VHDatabase.h"
 
 namespace vh {
 
@@ -309,7 +310,10 @@ void VHFileCache::addChunk(std::string_view data, uint64_t location, const VHFil
         std::lock_guard lock(mutex_);
         completed = writeChunk(cacheItemForFile(file), data, location, file);
     }
-    if (completed) VHStoreHooks::app().refreshFileInFinder(file);
+    if (!completed) return;
+    // The downloads table lists what is complete here, for the expiry of old downloads.
+    if (VHDatabase::database().loaded()) VHDatabase::database().markFileDownloaded(file);
+    VHStoreHooks::app().refreshFileInFinder(file);
 }
 
 bool VHFileCache::writeChunk(VHFileCacheItem& item, std::string_view data, uint64_t location,

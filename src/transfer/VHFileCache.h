@@ -79,8 +79,8 @@ class VHFileCache final : public VHCacheFiles {
     uint64_t availableDataForFile(const VHFile& file);
     // Stores the part of `data` (received for byte `location` on) that
     // extends the prefix; bytes past file.fileSize are dropped. The chunk that
-    // completes the file moves it to Files and asks the application to
-    // refresh the file's overlay.
+    // completes the file moves it to Files, records it in the downloads table
+    // and asks the application to refresh the file's overlay.
     void addChunk(std::string_view data, uint64_t location, const VHFile& file);
 
     // Empty side files; an existing plain file is emptied, a folder in the

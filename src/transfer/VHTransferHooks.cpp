@@ -19,6 +19,8 @@ VHTransferHooks& VHTransferHooks::get() {
     return hooks ? *hooks : gNone;
 }
 
-void VHTransferHooks::set(VHTransferHooks* hooks) { gHooks.store(hooks, std::memory_order_release); }
+void VHTransferHooks::set(VHTransferHooks* hooks) {
+    gHooks.store(hooks, std::memory_order_release);
+}
 
 }  // namespace vh

@@ -13,7 +13,7 @@
 namespace vh {
 
 class VHTransferHooks {
-public:
+  public:
     virtual ~VHTransferHooks() = default;
     // The user domain of the last accepted global login with that DomainId.
     virtual std::optional<UserDomain> userDomainWithId(const std::string& domainId) = 0;

@@ -73,10 +73,9 @@ void VHDatabase::prepareSubfolderShareItems(std::vector<VHVirtualFile>& items,
         item.ParentShareId = share.ParentShareId;
         VHLog(kLogDatabase, ">>>>>>>>>>>> adding parentShareId: %@ to: %@",
               share.ParentShareId.value_or(""), item.PublicName.value_or(""));
+        // Top items keep the shared folder's id as their parent: the drive lists a
+        // subfolder share's root by its InternalName.
         item.ShareId = share.ShareId;
-        if (item.ParrentId && *item.ParrentId == share.internalName()) {
-            item.ParrentId = share.ShareId;
-        }
     }
 }
 

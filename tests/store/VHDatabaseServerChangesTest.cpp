@@ -168,7 +168,7 @@ TEST_F(VHServerChangesTest, SubfolderShareItemsBelongToIt) {
     ASSERT_TRUE(b);
     EXPECT_EQ(b->shareId, "sub");
     EXPECT_EQ(b->parentShareId, "s1");
-    EXPECT_EQ(b->parentId, "sub");
+    EXPECT_EQ(b->parentId, "d1");  // the shared folder, by which the drive lists the share
     EXPECT_EQ(db().fullFilePathFromSubShare(*b), "/Team/b.txt");
 
     apply({serverItem("f1", "d1", "a2.txt", true, 5)});  // via the enclosing share

@@ -46,6 +46,7 @@ void VHAdminService::registerRoutes(VHEmulatorServer& server) {
     add("POST", "devices", &VHAdminService::setDevice);
     add("POST", "shares", &VHAdminService::addShare);
     add("DELETE", "shares/([^/]+)", &VHAdminService::removeShare);
+    add("PUT", "shares/([^/]+)", &VHAdminService::renameShare);
     add("PUT", "shares/([^/]+)/acl", &VHAdminService::setAcl);
     add("DELETE", "shares/([^/]+)/acl/([^/]+)", &VHAdminService::removeAcl);
 }
@@ -205,6 +206,18 @@ void VHAdminService::addShare(VHEmulatorExchange& exchange) {
         return exchange.replyFailure(share.failure());
     }
     exchange.reply(201, describeShare(*store_.accounts.share(share->shareId)));
+}
+
+void VHAdminService::renameShare(VHEmulatorExchange& exchange) {
+    auto spec = exchange.jsonBody();
+    std::string name = spec ? text(*spec, "name") : "";
+    if (name.empty())
+        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "A name is needed"));
+    auto guard = store_.db.lock();
+    const std::string& shareId = exchange.params[0];
+    replyDone(exchange,
+              store_.accounts.share(shareId) && store_.accounts.renameShare(shareId, name),
+              "share");
 }
 
 void VHAdminService::removeShare(VHEmulatorExchange& exchange) {

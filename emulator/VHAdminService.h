@@ -29,6 +29,7 @@ class VHAdminService {
     void setDevice(VHEmulatorExchange& exchange);
     void addShare(VHEmulatorExchange& exchange);
     void removeShare(VHEmulatorExchange& exchange);
+    void renameShare(VHEmulatorExchange& exchange);
     void setAcl(VHEmulatorExchange& exchange);
     void removeAcl(VHEmulatorExchange& exchange);
     nlohmann::json describeShare(const VHEmulatorShare& share);

@@ -274,6 +274,10 @@ bool VHEmulatorAccounts::removeShare(const std::string& shareId) {
            db_.run("DELETE FROM acls WHERE shareId = ?", {shareId});
 }
 
+bool VHEmulatorAccounts::renameShare(const std::string& shareId, const std::string& name) {
+    return db_.run("UPDATE shares SET name = ? WHERE shareId = ?", {name, shareId});
+}
+
 std::vector<std::string> VHEmulatorAccounts::subfolderShares(const std::string& shareId) {
     std::vector<std::string> result;
     for (const auto& share : selectShares("WHERE parentShareId = ?", {shareId})) {

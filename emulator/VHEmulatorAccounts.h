@@ -48,6 +48,7 @@ class VHEmulatorAccounts {
     VHEmulatorResult<VHEmulatorShare> addShare(VHEmulatorShare share);
     // Removes the share row and its rights (not its items).
     bool removeShare(const std::string& shareId);
+    bool renameShare(const std::string& shareId, const std::string& name);
     // The subfolder shares that show folders of `shareId`.
     std::vector<std::string> subfolderShares(const std::string& shareId);
     // How the share's items are reached; nothing for an unknown share.

@@ -250,6 +250,10 @@ bool VHEmulatorProcess::removeShare(const std::string& shareId) const {
     return admin("DELETE", "shares/" + shareId).has_value();
 }
 
+bool VHEmulatorProcess::renameShare(const std::string& shareId, const std::string& name) const {
+    return admin("PUT", "shares/" + shareId, {{"name", name}}).has_value();
+}
+
 bool VHEmulatorProcess::setAcl(const std::string& shareId, const std::string& email,
                                int aclType) const {
     return admin("PUT", "shares/" + shareId + "/acl", {{"email", email}, {"aclType", aclType}})

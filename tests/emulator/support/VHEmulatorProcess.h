@@ -85,6 +85,7 @@ class VHEmulatorProcess {
     bool removeUser(const std::string& email) const;
     std::optional<nlohmann::json> addShare(const nlohmann::json& spec) const;
     bool removeShare(const std::string& shareId) const;
+    bool renameShare(const std::string& shareId, const std::string& name) const;
     bool setAcl(const std::string& shareId, const std::string& email, int aclType) const;
     bool removeAcl(const std::string& shareId, const std::string& email) const;
     bool setDevice(const std::string& email, const std::string& deviceId, bool wipe) const;

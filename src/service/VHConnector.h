@@ -1,0 +1,213 @@
+// The client's identity towards the service: credentials, sign-in in two
+// stages (the global login that lists the user's domains, then a gateway
+// login per domain that lists its shares), the catch-up of each share's
+// change journal, and logout.
+//
+// One process-wide instance (defaultConnector()), created and used on the
+// main thread unless a method says otherwise. Requests run asynchronously;
+// every decision that changes shared state is taken on the main thread, and
+// the results are announced by the signals below (emitted on the main
+// thread). Failures are logged and announced; no method throws. The
+// connector registers itself as the transfer layer's VHTransferHooks.
+#pragma once
+
+#include <QObject>
+#include <QTimer>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "store/VHCatchUpResponse.h"
+#include "store/VHLoginRecords.h"
+
+class QThreadPool;
+
+namespace vh {
+
+class VHCredentialStore;
+class VHTransferHooks;
+struct VHHttpResponse;
+
+// What the application decides at launch and the connector needs to know.
+struct VHConnectorConfiguration {
+    std::string globalAddress;  // the global login host
+    bool dataIsland = false;    // log in at the configured host's gateway instead
+    bool disableSignalR = false;
+};
+
+class VHConnector : public QObject {
+    Q_OBJECT
+  public:
+    // The page size of catch-up requests.
+    static constexpr int kTickTake = 10000;
+
+    static VHConnector& defaultConnector();
+
+    void setConfiguration(const VHConnectorConfiguration& configuration);
+    const VHConnectorConfiguration& configuration() const { return configuration_; }
+
+    // Starts the download and upload workers.
+    void startup();
+
+    // ---- Credentials (keychain through the Secret Service, else a 0600 file) --
+    // Main thread. The first use picks the store; a Secret Service call waits
+    // in a local event loop (10 s at most), so queued events may run meanwhile.
+    void loadCredentials();
+    // Nothing when the user name is empty.
+    void saveCredentials();
+    void deleteOldCredentials();
+    void clearCredentials(bool alsoUsername);
+    bool credentialsAvailable() const;
+    std::string username() const;  // any thread
+    void setUsername(const std::string& username);
+    std::string password() const;
+    void setPassword(const std::string& password);
+
+    // ---- Identity and reachability ------------------------------------------
+    // Read from the machine on every call (DMI serial, else machine-id).
+    std::string deviceId() const;  // any thread
+    // Stored in the settings, never read back (by design).
+    void setDeviceId(const std::string& deviceId);
+    std::string userDomain() const;
+    void setUserDomain(const std::string& userDomain);
+    std::string appVersion() const;  // "short (build)"
+    bool internetReachable();
+    bool globalReachable() const;
+    bool domainReachable(const std::optional<Domain>& domain) const;
+    bool disableInternetConnection() const { return disableInternetConnection_; }
+    void setDisableInternetConnection(bool disable) { disableInternetConnection_ = disable; }
+    bool loggedIn() const { return loggedInGlobal_; }
+    // The last measured transfer speeds in bytes per second; any thread.
+    double lastUploadSpeed() const;
+    double lastDownloadSpeed() const;
+
+    // ---- Domains of the last accepted global login (any thread) --------------
+    std::optional<GlobalLoginResponce> globalLoginResponce() const;
+    // The stored answer of an earlier run (from the share store at load).
+    void setGlobalLoginResponce(const std::optional<GlobalLoginResponce>& response);
+    std::optional<Domain> domainWithId(const std::string& domainId) const;
+    std::optional<UserDomain> userDomainWithId(const std::string& domainId) const;
+    std::optional<UserDomain> userDomainWithName(const std::string& url) const;
+    bool lockAvailableForShare(const ManagedShare& share) const;
+
+    // ---- Sign-in -------------------------------------------------------------
+    void loginToGlobalFirstTime();
+    void loginToGlobal();
+    // Gateway login of every domain of the global answer (one batch at a time).
+    void domainLogin();
+    void singleDomainLogin(const UserDomain& domain);
+    void gatewayLogin(const UserDomain& domain, bool inBatch);
+    std::vector<UserDomain> failedUserDomains() const;
+    void logout();
+
+    // ---- Catch-up ------------------------------------------------------------
+    void catchUp(const ManagedShare& share);
+    // Any thread.
+    void sendCatchupRequest(const ManagedShare& share, int64_t startTick);
+    void refresh();
+    void refreshAfterFailure();
+    void fullRefreshFinished();
+    // (Re)starts the two-hourly re-login.
+    void setupRefreshTimers();
+    bool needsFullRefresh() const { return needsFullRefresh_; }
+    void setNeedsFullRefresh(bool needed) { needsFullRefresh_ = needed; }
+    bool inFullRefresh() const { return inFullRefresh_; }
+    // Share ids whose last catch-up did not complete; any thread.
+    std::vector<std::string> failedCatchupShares() const;
+    // Share ids with a catch-up request in flight; any thread.
+    std::vector<std::string> activeCatchupShares() const;
+
+  signals:
+    void globalLoginStarted();
+    void globalLoggedIn();
+    void domainsLoggedIn();
+    // `error` is the transport or parse error where there is one.
+    void globalConnectionFailed(const QString& error);
+    void globalLoginFailed();
+    void globalLoggedOut();
+
+  private:
+    class TransferHooks;
+
+    // What a global login sends, taken on the main thread before it starts.
+    struct GlobalLoginInput {
+        std::string username;
+        std::string password;
+        std::string userDomain;
+        VHConnectorConfiguration configuration;
+    };
+
+    VHConnector();
+    ~VHConnector() override;
+
+    // Runs `work` on the main thread, after the events already queued there.
+    void onMain(std::function<void()> work);
+    VHCredentialStore& credentialStore();
+
+    // ---- Global login (VHConnectorLogin.cpp) ----
+    // Pool thread: steps that send requests synchronously.
+    void runGlobalLogin(const GlobalLoginInput& input);
+    // Pool thread: asks GetUserDomain when needed; sets `domainWasKnown`.
+    std::string globalLoginURL(const GlobalLoginInput& input, bool& domainWasKnown);
+    void reportGlobalConnectionFailure(const std::string& error);
+    // Main thread: acts on the reply code of an accepted answer.
+    void decideGlobalLogin(const GlobalLoginResponce& response, const std::string& text,
+                           bool domainWasKnown);
+    void refuseUnknownDevice();
+
+    // ---- Gateway logins ----
+    // Pool thread: the completion of one gateway login.
+    void completeGatewayLogin(const UserDomain& domain, bool inBatch, bool realtime,
+                              const VHHttpResponse& response);
+    // Main thread: the shares of the answer are stored and caught up.
+    void applyGatewayLogin(const UserDomain& domain, const ClientLoginResponse& response);
+    // Hands the answer to the domain's realtime connection (not built yet).
+    void connectRealtime(const UserDomain& domain, const ClientLoginResponse& response);
+    // Main thread: counts a domain of the batch as answered, `failed` or not.
+    void countDomainAnswered(const UserDomain& domain, bool failed);
+    void finishedDomainLogin();
+
+    // ---- Catch-up (VHConnectorCatchUp.cpp) ----
+    // Pool thread: one page arrived (or did not).
+    void completeCatchup(const ManagedShare& share, int64_t startTick,
+                         const VHHttpResponse& response);
+    // Main thread: the next page, or the end of a full refresh.
+    void continueCatchup(const ManagedShare& share, int64_t startTick, bool more);
+
+    VHConnectorConfiguration configuration_;  // set before sign-in, main thread
+    std::unique_ptr<VHTransferHooks> transferHooks_;
+    std::unique_ptr<VHCredentialStore> credentialStore_;  // main thread; opened on first use
+
+    // Locks: none of these is held while another is taken, nor across a
+    // request, a store call or a signal.
+    mutable std::mutex credentialsMutex_;
+    std::string username_;  // guarded by credentialsMutex_
+    std::string password_;  // guarded by credentialsMutex_
+    mutable std::mutex responseMutex_;
+    std::optional<GlobalLoginResponce> globalLoginResponce_;  // guarded by responseMutex_
+    mutable std::mutex activeMutex_;
+    std::map<std::string, int64_t> activeCatchupRequests_;  // share id -> start tick; activeMutex_
+    mutable std::mutex failedMutex_;
+    std::set<std::string> failedCatchupRequests_;  // share ids; guarded by failedMutex_
+
+    std::unique_ptr<QThreadPool> loginOperationQueue_;
+    std::unique_ptr<QThreadPool> catchupOperationQueue_;
+    QTimer* loginTimer_ = nullptr;               // main thread
+    std::vector<UserDomain> failedUserDomains_;  // main thread
+    int32_t awaitingDomains_ = 0;                // main thread
+    bool deviceIdCleared_ = false;               // main thread
+    std::atomic<bool> globalConnectionFailed_{false};
+    std::atomic<bool> disableInternetConnection_{false};
+    std::atomic<bool> loggedInGlobal_{false};
+    std::atomic<bool> needsFullRefresh_{false};
+    std::atomic<bool> inFullRefresh_{false};
+};
+
+}  // namespace vh

@@ -121,6 +121,21 @@ void VHFuseFileData::setFileDescriptor(int fd) {
     fileDescriptor_ = fd;
 }
 
+void VHFuseFileData::noteFailedRead(off_t offset, size_t size) {
+    std::lock_guard lock(mutex_);
+    failedReadStart_ = offset;
+    failedReadEnd_ = offset + static_cast<off_t>(size);
+}
+
+bool VHFuseFileData::takeFailedRead(off_t offset, size_t size) {
+    std::lock_guard lock(mutex_);
+    bool inside = offset >= failedReadStart_ &&
+                  offset + static_cast<off_t>(size) <= failedReadEnd_ &&
+                  failedReadStart_ < failedReadEnd_;
+    if (inside) failedReadStart_ = failedReadEnd_ = 0;
+    return inside;
+}
+
 std::string VHFuseFileData::description() const {
     std::lock_guard lock(mutex_);
     return VHFormat("file: %@, fd: %d, modified: %d, lastWrite: %@", fileId_, fileDescriptor_,

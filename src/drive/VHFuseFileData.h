@@ -58,6 +58,13 @@ class VHFuseFileData : public VHFuseHandle {
     int fileDescriptor() const;
     void setFileDescriptor(int fd);
 
+    // A read that came back empty from the network. The kernel asks again at
+    // once for the page it needed, which would wait out the download limit a
+    // second time; that one repeat, inside the failed range, fails at once.
+    void noteFailedRead(off_t offset, size_t size);
+    // True (and forgotten) when [offset, offset + size) lies in the noted range.
+    bool takeFailedRead(off_t offset, size_t size);
+
     // "file: %@, fd: %d, modified: %d, lastWrite: %@"
     std::string description() const;
 
@@ -90,6 +97,7 @@ class VHFuseFileData : public VHFuseHandle {
     bool needsUpdate_ = false;
     VHDate lastWrite_ = VHDate::distantPast();
     std::string fileId_;
+    off_t failedReadStart_ = 0, failedReadEnd_ = 0;  // empty when equal
     std::mutex writeMutex_;
 };
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseFileData.h"
@@ -11,6 +12,8 @@
 #include "drive/VHFuseUtils.h"
 #include "lib/VHPathUtils.h"
 #include "store/VHDatabase.h"
+#include "transfer/VHDownloadQueue.h"
+#include "transfer/VHFileCache.h"
 
 namespace vh {
 
@@ -46,6 +49,118 @@ int open(const std::string& path, struct fuse_file_info* fi) {
     return 0;
 }
 
+// The cache copy is opened with the file's own access mode; creation and
+// truncation are the drive's decisions, never the kernel's flags'.
+int cacheOpenFlags(int flags) {
+    return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
+}
+
+int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {
+    VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
+    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    if (!handle) {
+        VHLog(kLogDrive, "%s:%s failed : userData is nil", "varnholt_read", path);
+        return -EBADF;
+    }
+    auto file = VHDatabase::database().fileWithId(handle->fileId());
+    if (!file || !file->isFile) {
+        VHLog(kLogDrive, "%s:%@ failed : EINVAL", "varnholt_read", path);
+        return -EINVAL;
+    }
+    if (VHDownloadQueue::downloadQueue().isFileDownloaded(*file)) {
+        if (file->fileSize == 0 && !VHFileCache::fileCache().hasCompleteCache(*file)) return 0;
+        int fd = handle->fileDescriptor();
+        if (fd == -1) {
+            std::string cachePath = VHFileCache::fileCache().pathForFileCache(*file);
+            fd = ::open(cachePath.c_str(), cacheOpenFlags(handle->openFlags()), 0600);
+            if (fd < 0) return -errno;
+            handle->setFileDescriptor(fd);
+        }
+        ssize_t count = pread(fd, buffer, size, offset);
+        if (count < 0) {
+            VHLog(kLogDrive, "%s:%@ failed : pread error %d", "varnholt_read", path, errno);
+            return -errno;
+        }
+        return static_cast<int>(count);
+    }
+    if (handle->takeFailedRead(offset, size)) return -EIO;
+    auto bytes = VHDownloadQueue::downloadQueue().downloadChunk(offset, size, *file, path);
+    if (!bytes) {
+        handle->noteFailedRead(offset, size);
+        return -EIO;
+    }
+    std::memcpy(buffer, bytes->data(), bytes->size());
+    return static_cast<int>(bytes->size());
+}
+
+// The handle's cache descriptor, opened on first use. A write at offset 0
+// may create the copy; anything else needs the copy to exist. Requires the
+// handle's write mutex. -errno on failure (logged).
+int cacheDescriptorForWriting(VHFuseFileData& handle, const VHFile& file, off_t offset) {
+    int fd = handle.fileDescriptor();
+    if (fd != -1) return fd;
+    std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+    int flags = cacheOpenFlags(handle.openFlags());
+    fd = ::open(cachePath.c_str(), flags, 0600);
+    if (fd < 0 && errno == ENOENT && offset == 0)
+        fd = ::open(cachePath.c_str(), flags | O_CREAT, 0600);
+    if (fd < 0) {
+        int error = errno;
+        if (error == ENOENT && file.status == kStatusSynchronized) {
+            VHLog(kLogDrive, "%s: attempt to write to middle of non-downloaded file, failing",
+                  "varnholt_write");
+        } else {
+            VHLog(kLogDrive, "%s: %@ open failed: error %d", "varnholt_write", file.publicName,
+                  error);
+        }
+        return -error;
+    }
+    handle.setFileDescriptor(fd);
+    return fd;
+}
+
+int write(const char* path, const char* buffer, size_t size, off_t offset,
+          struct fuse_file_info* fi) {
+    VHConsoleLog("---> WRITE %@", path);
+    VHLog(kLogDrive, "%s:%@ size:%zd offset:%lld", "varnholt_write", path, size, offset);
+    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    if (!handle) {
+        VHLog(kLogDrive, "%s:%@ no userData!", "varnholt_write", path);
+        return -ENOENT;
+    }
+    VHDatabase& db = VHDatabase::database();
+    auto file = db.fileWithId(handle->fileId());
+    if (!file) return -EACCES;
+    std::lock_guard lock(handle->writeMutex());
+    int fd = cacheDescriptorForWriting(*handle, *file, offset);
+    if (fd < 0) return fd;
+    ssize_t written = pwrite(fd, buffer, size, offset);
+    if (written < 0) {
+        VHLog(kLogDrive, "%s:%@ pwrite failed: error %d", "varnholt_write", path, errno);
+        return -errno;
+    }
+    off_t end = lseek(fd, 0, SEEK_END);
+    handle->markWritten();
+    file->modifyTime = VHDate::now();
+    if (end >= 0) file->fileSize = static_cast<uint64_t>(end);
+    VHFuseFileData::fileWasModified(*file);
+    db.markFileUpdated(*file);
+    return static_cast<int>(written);
+}
+
+int fallocate(const char* path, int mode, off_t offset, off_t length, struct fuse_file_info* fi) {
+    VHConsoleLog("---> ALLOCATE %s", path);
+    if (mode & ~FALLOC_FL_KEEP_SIZE) return -EOPNOTSUPP;
+    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    if (!handle) return -EBADF;
+    auto file = VHDatabase::database().fileWithId(handle->fileId());
+    if (!file) return -EACCES;
+    std::lock_guard lock(handle->writeMutex());
+    int fd = cacheDescriptorForWriting(*handle, *file, offset);
+    if (fd < 0) return fd;
+    return ::fallocate(fd, mode, offset, length) == 0 ? 0 : -errno;
+}
+
 int release(const char* rawPath, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_release", rawPath ? rawPath : "");
     auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
@@ -74,12 +189,14 @@ int varnholt_open(const char* path, struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] { return open(finalPath(path ? path : "/"), fi); });
 }
 
-int varnholt_read(const char*, char*, size_t, off_t, struct fuse_file_info*) {
-    return -ENOSYS;
+int varnholt_read(const char* path, char* buffer, size_t size, off_t offset,
+                  struct fuse_file_info* fi) {
+    return VHFuseGuard(__func__, [&] { return read(path ? path : "", buffer, size, offset, fi); });
 }
 
-int varnholt_write(const char*, const char*, size_t, off_t, struct fuse_file_info*) {
-    return -ENOSYS;
+int varnholt_write(const char* path, const char* buffer, size_t size, off_t offset,
+                   struct fuse_file_info* fi) {
+    return VHFuseGuard(__func__, [&] { return write(path ? path : "", buffer, size, offset, fi); });
 }
 
 int varnholt_release(const char* path, struct fuse_file_info* fi) {
@@ -91,8 +208,10 @@ int varnholt_fsync(const char* path, int, struct fuse_file_info*) {
     return 0;
 }
 
-int varnholt_fallocate(const char*, int, off_t, off_t, struct fuse_file_info*) {
-    return -ENOSYS;
+int varnholt_fallocate(const char* path, int mode, off_t offset, off_t length,
+                       struct fuse_file_info* fi) {
+    return VHFuseGuard(__func__,
+                       [&] { return fallocate(path ? path : "", mode, offset, length, fi); });
 }
 
 }  // namespace vh

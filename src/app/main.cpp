@@ -1,55 +1,82 @@
-#include <sys/stat.h>
-
 #include <QCoreApplication>
+#include <QThreadPool>
 #include <cstdio>
-#include <cstring>
+#include <iostream>
+#include <string>
 
-#include "desktop/VHLogging.h"
+#include "app/VHCommandLine.h"
+#include "desktop/VHApplicationDelegate.h"
 #include "desktop/VHUnixSignals.h"
+#include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
-#include "lib/VHLog.h"
-#include "lib/VHPaths.h"
+#include "lib/VHHttp.h"
+#include "service/VHConnector.h"
+#include "store/VHDatabase.h"
+#include "transfer/VHDownloadQueue.h"
 
 namespace {
 
-void printHelp() {
-    std::printf(
-        "Usage: varnholt [--headless]\n"
-        "\n"
-        "Desktop client of the Varnholt file-sharing service.\n"
-        "\n"
-        "  --headless   run without a display\n"
-        "  --version    print the version and exit\n"
-        "  --help       print this text and exit\n");
+// Stores the credentials given on the command line before anything starts.
+bool storeCredentials(const vh::VHCommandLine& line) {
+    std::string password;
+    if (!std::getline(std::cin, password) || password.empty()) {
+        std::fprintf(stderr, "varnholt: no password on standard input\n");
+        return false;
+    }
+    vh::VHConnector& connector = vh::VHConnector::defaultConnector();
+    connector.setUsername(line.user);
+    connector.setPassword(password);
+    connector.saveCredentials();
+    return true;
+}
+
+int logoutAndExit() {
+    if (!vh::VHApplicationDelegate::delegate().checkForRunningInstances()) {
+        return vh::VHApplicationDelegate::kExitAnotherInstance;
+    }
+    vh::VHDatabase::database().load();
+    vh::VHConnector& connector = vh::VHConnector::defaultConnector();
+    connector.loadCredentials();
+    connector.logout();
+    vh::VHApplicationDelegate::delegate().clearCaches();
+    vh::VHApplicationDelegate::delegate().resetUserDefaults();
+    QThreadPool::globalInstance()->waitForDone();
+    std::printf("Signed out; credentials and caches removed.\n");
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--help") == 0) {
-            printHelp();
-            return 0;
-        }
-        if (std::strcmp(argv[i], "--version") == 0) {
-            std::printf("%s %s (%s)\n", vh::kAppTitle, vh::kShortVersion, vh::kBuildNumber);
-            return 0;
-        }
+    std::string error;
+    auto line = vh::VHCommandLine::parse(argc, argv, error);
+    if (!line) {
+        std::fprintf(stderr, "varnholt: %s\n\n%s", error.c_str(), vh::VHCommandLine::helpText());
+        return 64;
     }
+    if (line->help) {
+        std::printf("%s", vh::VHCommandLine::helpText());
+        return 0;
+    }
+    if (line->version) {
+        std::printf("%s %s (%s)\n", vh::kAppTitle, vh::kShortVersion, vh::kBuildNumber);
+        return 0;
+    }
+    // The windows come later: until then every run is a headless one.
     QCoreApplication app(argc, argv);
-    std::string logs = vh::VHLogDir();
-    mkdir(vh::VHPaths::dataHome().c_str(), 0700);
-    mkdir(vh::VHPaths::dataRoot().c_str(), 0700);
-    mkdir(logs.c_str(), 0700);
-    vh::VHInitLogs();
-    vh::VHLog(
-        vh::kLogMain,
-        "\n\n----------------------------------------------------\n\nStarting up %@ version %@",
-        vh::kAppTitle, std::string(vh::kShortVersion) + " (" + vh::kBuildNumber + ")");
+    if (!line->mountPath.empty()) vh::VHFuseUtils::setMountPath(line->mountPath);
+    vh::VHApplicationDelegate& delegate = vh::VHApplicationDelegate::delegate();
+    delegate.applicationWillFinishLaunching();
+    if (!line->user.empty() && !storeCredentials(*line)) return 64;
+    if (line->logout) return logoutAndExit();
+
     vh::VHUnixSignals unixSignals;
     QObject::connect(&unixSignals, &vh::VHUnixSignals::terminationRequested, &app,
-                     &QCoreApplication::quit);
+                     [&delegate] { delegate.applicationShouldTerminate(); });
+    QMetaObject::invokeMethod(
+        &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
     int code = app.exec();
-    vh::VHClose();
+    vh::VHDownloadQueue::downloadQueue().stopThread();
+    vh::VHHttp::shutdown();
     return code;
 }

@@ -1,0 +1,23 @@
+// The command line of the varnholt executable.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vh {
+
+struct VHCommandLine {
+    bool headless = false;
+    bool help = false;
+    bool version = false;
+    bool logout = false;
+    bool passwordFromStdin = false;
+    std::string user;       // --user EMAIL
+    std::string mountPath;  // --mount DIR
+
+    // Nothing, with `error` set, for an unknown or incomplete option.
+    static std::optional<VHCommandLine> parse(int argc, char** argv, std::string& error);
+    static const char* helpText();
+};
+
+}  // namespace vh

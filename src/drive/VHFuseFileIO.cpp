@@ -55,6 +55,15 @@ int cacheOpenFlags(int flags) {
     return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
 }
 
+int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* path) {
+    ssize_t count = pread(fd, buffer, size, offset);
+    if (count < 0) {
+        VHLog(kLogDrive, "%s:%@ failed : pread error %d", "varnholt_read", path, errno);
+        return -errno;
+    }
+    return static_cast<int>(count);
+}
+
 int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
     auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
@@ -62,6 +71,8 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
         VHLog(kLogDrive, "%s:%s failed : userData is nil", "varnholt_read", path);
         return -EBADF;
     }
+    // Once the handle holds the complete copy, a stream of reads costs one pread each.
+    if (int fd = handle->fileDescriptor(); fd != -1) return preadOrError(fd, buffer, size, offset, path);
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file || !file->isFile) {
         VHLog(kLogDrive, "%s:%@ failed : EINVAL", "varnholt_read", path);
@@ -76,12 +87,7 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
             if (fd < 0) return -errno;
             handle->setFileDescriptor(fd);
         }
-        ssize_t count = pread(fd, buffer, size, offset);
-        if (count < 0) {
-            VHLog(kLogDrive, "%s:%@ failed : pread error %d", "varnholt_read", path, errno);
-            return -errno;
-        }
-        return static_cast<int>(count);
+        return preadOrError(fd, buffer, size, offset, path);
     }
     if (handle->takeFailedRead(offset, size)) return -EIO;
     auto bytes = VHDownloadQueue::downloadQueue().downloadChunk(offset, size, *file, path);

@@ -113,9 +113,8 @@ void VHApplicationDelegate::applicationDidFinishLaunching(bool headless) {
 }
 
 bool VHApplicationDelegate::checkForRunningInstances() {
-    std::string dir = VHPaths::metadataDir();
-    std::error_code ignored;
-    fs::create_directories(dir, ignored);
+    // Makes the metadata folder, or ends the process (status 100) when it cannot.
+    std::string dir = VHDeletingLastPathComponent(VHDatabase::database().databasePath());
     VHMigration::keepMetadataEntry(kInstanceLockName);
     instanceLock_ =
         std::make_unique<QLockFile>(QString::fromStdString(dir + "/" + kInstanceLockName));

@@ -129,6 +129,9 @@ void VHDatabase::clear() {
     unload();
     std::error_code ec;
     fs::remove(path, ec);
+    // The shares' journal positions describe the rows just removed: a kept
+    // position would make the next catch-up skip everything before it.
+    storage_.clear();
 }
 
 // ---- Shares -------------------------------------------------------------------

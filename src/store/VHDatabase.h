@@ -70,7 +70,8 @@ class VHDatabase {
     void load();
     // Closes the connection and saves the stored shares.
     void unload();
-    // Unloads and removes files.db; the next load creates it afresh.
+    // Unloads and removes files.db and the stored shares; the next load
+    // creates both afresh.
     void clear();
     bool loaded() const { return loaded_; }
     // Whether no share was stored at the last load.

@@ -11,6 +11,7 @@
 
 #include "lib/VHAppInfo.h"
 #include "lib/VHSettings.h"
+#include "lib/VHSqlite.h"
 #include "support/VHTestClient.h"
 #include "support/VHTestHome.h"
 
@@ -350,6 +351,59 @@ TEST_F(VHClientLifecycleTest, NoSecretReachesLogsSettingsOrTheCommandLine) {
         EXPECT_EQ(VHTestClient::settingsText().find(secret), std::string::npos) << secret;
         EXPECT_EQ(commandLine.find(secret), std::string::npos) << secret;
     }
+}
+
+TEST_F(VHClientLifecycleTest, AnUnusableStoreEndsTheProcessWithItsStatus) {
+    VHTestClient client(emulator_);
+    std::string state = VHCurrentTestHome() + "/.local/state/Varnholt";
+    fs::create_directories(fs::path(state).parent_path());
+    std::ofstream(state) << "not a folder";
+    ASSERT_TRUE(client.start());
+    EXPECT_EQ(client.waitForExit(), 100);
+    EXPECT_NE((client.logs() + client.standardError())
+                  .find("Error! Unknown file exists at cache directory location"),
+              std::string::npos);
+
+    fs::remove(state);
+    fs::create_directories(state);
+    std::ofstream(state + "/files.db") << std::string(4096, 'x');  // not a database
+    ASSERT_TRUE(client.start());
+    EXPECT_EQ(client.waitForExit(), 10);
+    EXPECT_FALSE(client.mounted());
+}
+
+TEST_F(VHClientLifecycleTest, LogoutForgetsTheCredentialsAndEmptiesTheCaches) {
+    VHTestClient client(emulator_);
+    signInAndWaitForTheDrive(client);
+    std::string readme = client.mountPath() + "/Team Documents/readme.txt";
+    std::ifstream(readme).get();  // downloads it
+    client.signal(SIGTERM);
+    ASSERT_EQ(client.waitForExit(), 0);
+    std::string data = VHCurrentTestHome() + "/.local/share/Varnholt";
+    ASSERT_FALSE(fs::is_empty(data + "/Files/team-documents"));
+
+    VHTestClient::Options logout;
+    logout.user.clear();
+    logout.arguments = {"--logout"};
+    ASSERT_TRUE(client.start(logout));
+    EXPECT_EQ(client.waitForExit(), 0);
+    EXPECT_TRUE(fs::is_empty(data + "/Files"));
+    EXPECT_FALSE(fs::exists(data + "/shares.db"));
+    VHSqlite files;
+    ASSERT_TRUE(files.open(VHCurrentTestHome() + "/.local/state/Varnholt/files.db",
+                           VHSqlite::Mode::ReadOnly));
+    VHSqliteStatement* rows = files.prepare("SELECT COUNT(*) FROM files");
+    ASSERT_TRUE(rows && rows->step() == VHSqliteStatement::Step::Row);
+    EXPECT_EQ(rows->columnInt64(0), 0);
+    std::ifstream credentials(VHCurrentTestHome() + "/.local/state/Varnholt/credentials.json");
+    std::string stored((std::istreambuf_iterator<char>(credentials)),
+                       std::istreambuf_iterator<char>());
+    EXPECT_EQ(stored.find("demo\""), std::string::npos) << stored;
+    // Signed out: the next headless start has no password.
+    VHTestClient::Options none;
+    none.user.clear();
+    ASSERT_TRUE(client.start(none));
+    EXPECT_EQ(client.waitForExit(), 2);
 }
 
 TEST_F(VHClientLifecycleTest, WithoutCredentialsAHeadlessClientSaysHowAndStops) {

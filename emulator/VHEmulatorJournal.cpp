@@ -273,20 +273,9 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::createFolder(const VHShareVi
     if (existing && existing->shareId != view.storeShareId) {
         return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
     }
-    auto parent = resolveParent(view, fields.parentId);
-    if (!parent) return parent.failure();
-    if (auto refused = checkPlacement(view, *parent, fields.name, fields.internalName)) {
-        return *refused;
-    }
-    VHEmulatorItem folder;
-    folder.internalName = fields.internalName;
-    folder.shareId = view.storeShareId;
-    folder.parentId = *parent;
-    folder.name = fields.name;
-    folder.isFile = false;
-    folder.attributes = 16;
-    applyFields(folder, fields, VHDate::now().seconds);
-    return commit(view, folder, kEventCreate, origin);
+    auto folder = newItem(view, fields, false);
+    if (!folder) return folder.failure();
+    return commit(view, *folder, kEventCreate, origin);
 }
 
 VHEmulatorResult<VHPlannedWrite> VHEmulatorJournal::planWrite(const VHShareView& view,
@@ -309,19 +298,28 @@ VHEmulatorResult<VHPlannedWrite> VHEmulatorJournal::planWrite(const VHShareView&
         applyFields(*existing, fields, VHDate::now().seconds);
         return VHPlannedWrite{*existing, kEventUpdate};
     }
+    auto file = newItem(view, fields, true);
+    if (!file) return file.failure();
+    return VHPlannedWrite{*file, kEventCreate};
+}
+
+VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::newItem(const VHShareView& view,
+                                                            const VHItemFields& fields,
+                                                            bool isFile) {
     auto parent = resolveParent(view, fields.parentId);
     if (!parent) return parent.failure();
     if (auto refused = checkPlacement(view, *parent, fields.name, fields.internalName)) {
         return *refused;
     }
-    VHEmulatorItem file;
-    file.internalName = fields.internalName;
-    file.shareId = view.storeShareId;
-    file.parentId = *parent;
-    file.name = fields.name;
-    file.attributes = 128;
-    applyFields(file, fields, VHDate::now().seconds);
-    return VHPlannedWrite{file, kEventCreate};
+    VHEmulatorItem item;
+    item.internalName = fields.internalName;
+    item.shareId = view.storeShareId;
+    item.parentId = *parent;
+    item.name = fields.name;
+    item.isFile = isFile;
+    item.attributes = isFile ? 128 : 16;
+    applyFields(item, fields, VHDate::now().seconds);
+    return item;
 }
 
 VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::writeContent(const VHShareView& view,

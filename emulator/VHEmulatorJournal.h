@@ -104,6 +104,9 @@ class VHEmulatorJournal {
                                             const std::vector<VHSqlValue>& values);
     std::optional<VHEmulatorItem> childNamed(const std::string& shareId,
                                              const std::string& parentId, const std::string& name);
+    // A new file or folder below its parent, checked for a place to stand.
+    VHEmulatorResult<VHEmulatorItem> newItem(const VHShareView& view, const VHItemFields& fields,
+                                             bool isFile);
     VHEmulatorResult<std::string> resolveParent(const VHShareView& view,
                                                 const std::string& parentId);
     std::optional<VHEmulatorFailure> checkPlacement(const VHShareView& view,

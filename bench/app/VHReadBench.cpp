@@ -72,16 +72,8 @@ double randomLatencyMs(const std::string& path, unsigned seed) {
     return seconds * 1000 / kRandomReads;
 }
 
-bool isMounted(const std::string& path) {
-    std::ifstream mounts("/proc/mounts");
-    for (std::string line; std::getline(mounts, line);) {
-        if (line.find(" " + path + " ") != std::string::npos) return true;
-    }
-    return false;
-}
-
 bool waitForMount(const std::string& path) {
-    return vh::test::VHTestClient::waitFor([&] { return isMounted(path); }, 60s);
+    return vh::test::VHTestClient::waitFor([&] { return vh::test::VHIsMountPoint(path); }, 60s);
 }
 
 // Cold: two files nobody read yet (one for sequential, one for random reads).

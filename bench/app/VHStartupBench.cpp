@@ -34,14 +34,6 @@ int entries(const std::string& folder) {
     return error ? 0 : static_cast<int>(std::distance(it, std::filesystem::directory_iterator()));
 }
 
-bool isMounted(const std::string& path) {
-    std::ifstream mounts("/proc/mounts");
-    for (std::string line; std::getline(mounts, line);) {
-        if (line.find(" " + path + " ") != std::string::npos) return true;
-    }
-    return false;
-}
-
 // The same items as the client's catch-up asks for them, page by page.
 double fetchDirectly(const vh::test::VHEmulatorProcess& emulator) {
     auto account = emulator.account("demo@varnholt.test");
@@ -70,7 +62,7 @@ double mountEmptyDrive(const std::string& path) {
         execl(VH_BENCH_FUSE_HOLDER, VH_BENCH_FUSE_HOLDER, path.c_str(), nullptr);
         _exit(127);
     }
-    vh::test::VHTestClient::waitFor([&] { return isMounted(path); }, 30s);
+    vh::test::VHTestClient::waitFor([&] { return vh::test::VHIsMountPoint(path); }, 30s);
     double seconds = since(start);
     kill(holder, SIGTERM);
     std::system(("fusermount3 -u '" + path + "' 2>/dev/null").c_str());

@@ -41,6 +41,7 @@ int logoutAndExit() {
     vh::VHApplicationDelegate::delegate().clearCaches();
     vh::VHApplicationDelegate::delegate().resetUserDefaults();
     QThreadPool::globalInstance()->waitForDone();
+    vh::VHApplicationDelegate::delegate().releaseInstanceLock();
     std::printf("Signed out; credentials and caches removed.\n");
     return 0;
 }
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
     QMetaObject::invokeMethod(
         &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
     int code = app.exec();
+    delegate.releaseInstanceLock();
     vh::VHDownloadQueue::downloadQueue().stopThread();
     vh::VHHttp::shutdown();
     return code;

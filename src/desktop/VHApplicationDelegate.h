@@ -66,6 +66,8 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     // Takes the single-instance lock of the metadata folder; false (after
     // telling the user) when another instance holds it.
     bool checkForRunningInstances();
+    // Gives the single-instance lock back (at the end of the process).
+    void releaseInstanceLock() { instanceLock_.reset(); }
 
     // VHAppHooks
     std::string username() override;

@@ -28,13 +28,17 @@ std::string VHTrimmed(std::string_view text) {
 }
 
 std::string VHEscapeURLValue(std::string_view text) {
+    return VHPercentEscape(text, "");
+}
+
+std::string VHPercentEscape(std::string_view text, std::string_view kept) {
     static constexpr char kHex[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(text.size() * 3);
     for (unsigned char c : text) {
         bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                           (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' || c == '~';
-        if (unreserved) {
+        if (unreserved || (c < 0x80 && kept.find(static_cast<char>(c)) != std::string_view::npos)) {
             out += static_cast<char>(c);
         } else {
             out += '%';

@@ -20,6 +20,8 @@ std::string VHTrimmed(std::string_view text);
 // Percent-escapes everything but RFC 3986 unreserved characters, so the
 // result can stand as a URL query value or a header value.
 std::string VHEscapeURLValue(std::string_view text);
+// Percent-escapes everything but the unreserved characters and `kept`.
+std::string VHPercentEscape(std::string_view text, std::string_view kept);
 // Removes percent-escapes ("%2F" -> "/"); malformed escapes stay as they are.
 std::string VHRemovePercentEscapes(std::string_view text);
 

@@ -27,24 +27,6 @@ std::string trimmedContents(const char* path) {
 
 // Escapes what may not stand in a URL at all, as a first pass; reserved
 // characters stay.
-std::string percentEscaped(const std::string& text) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    static const std::string kLegal = "-._~:/?#[]@!$&'()*+,;=";
-    std::string out;
-    for (unsigned char c : text) {
-        if (std::isalnum(c) && c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x80 && kLegal.find(static_cast<char>(c)) != std::string::npos) {
-            out += static_cast<char>(c);
-        } else {
-            out += '%';
-            out += kHex[c >> 4];
-            out += kHex[c & 15];
-        }
-    }
-    return out;
-}
-
 std::string unquoted(const std::string& value) {
     if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
         value.back() == value.front()) {
@@ -66,7 +48,8 @@ std::string VHMachineDeviceId() {
 std::string VHDeviceName() {
     char host[HOST_NAME_MAX + 1] = {};
     if (gethostname(host, sizeof host - 1) != 0 || host[0] == '\0') return "Unknown";
-    std::string name = VHEscapeURLValue(percentEscaped(host));
+    // Escaped as a URL would be (reserved characters kept), then as a URL value.
+    std::string name = VHEscapeURLValue(VHPercentEscape(host, ":/?#[]@!$&'()*+,;="));
     return name.empty() ? "Unknown" : name;
 }
 

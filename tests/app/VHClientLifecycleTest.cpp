@@ -230,12 +230,18 @@ TEST_F(VHClientLifecycleTest, AWipeOrderClearsTheCredentials) {
     VHTestClient::Options noCredentials;
     noCredentials.user.clear();
     ASSERT_TRUE(client.start(noCredentials));
+    // The wipe logs out, which also empties the logs: its effect is what stays.
+    std::string credentials = VHCurrentTestHome() + "/.local/state/Varnholt/credentials.json";
     EXPECT_TRUE(client.waitFor(
         [&] {
-            return client.logs().find("loginToGlobal: WIPE command received. Wiping.") !=
-                   std::string::npos;
+            std::ifstream file(credentials);
+            std::string stored((std::istreambuf_iterator<char>(file)),
+                               std::istreambuf_iterator<char>());
+            return stored.find("demo") == std::string::npos &&
+                   VHTestClient::settingsText().find("demo@varnholt.test") == std::string::npos;
         },
-        30s));
+        30s))
+        << client.logs() << client.standardError();
     client.signal(SIGTERM);
     client.waitForExit();
     // The next start has no credentials at all.
@@ -298,7 +304,7 @@ TEST_F(VHClientLifecycleTest, ASecondInstanceOnTheSameFoldersRefusesToStart) {
     VHTestClient first(emulator_), second(emulator_);
     signInAndWaitForTheDrive(first);
     ASSERT_TRUE(second.start());
-    EXPECT_EQ(second.waitForExit(), 3);
+    EXPECT_EQ(second.waitForExit(), 3) << second.standardError() << first.logs();
     EXPECT_NE(second.standardError().find("Another instance of Varnholt is already running"),
               std::string::npos);
     EXPECT_TRUE(first.running());

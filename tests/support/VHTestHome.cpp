@@ -46,6 +46,17 @@ const std::string& VHCurrentTestHome() {
     return gCurrent;
 }
 
+bool VHIsMountPoint(const std::string& path) {
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string line; std::getline(mounts, line);) {
+        std::istringstream fields(line);
+        std::string id, parent, device, source, target;
+        fields >> id >> parent >> device >> source >> target;
+        if (target == path) return true;
+    }
+    return false;
+}
+
 void VHDetachMountsBelow(const std::string& root) {
     std::ifstream mountinfo("/proc/self/mountinfo");
     std::vector<std::string> mounts;

@@ -21,6 +21,9 @@ class VHTestHome {
 // The folder of the running test (its HOME).
 const std::string& VHCurrentTestHome();
 
+// Whether something is mounted at `path` (it is a mount point now).
+bool VHIsMountPoint(const std::string& path);
+
 // Detaches every mount below `root` (a test's FUSE mounts, even dead ones).
 void VHDetachMountsBelow(const std::string& root);
 

@@ -85,12 +85,13 @@ void VHAdminService::state(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::addDomain(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    auto description = exchange.jsonBody();
+    if (!description) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     VHEmulatorResult<VHEmulatorDomain> domain = VHFail(500, kCodeBadRequest, "");
     {
         auto guard = store_.db.lock();
-        domain = store_.atomically([&] { return VHEmulatorProvisioning(store_).addDomain(*spec); });
+        domain = store_.atomically(
+            [&] { return VHEmulatorProvisioning(store_).addDomain(*description); });
     }
     if (!domain) return exchange.replyFailure(domain.failure());
     if (!reissueCertificate_()) {
@@ -100,18 +101,18 @@ void VHAdminService::addDomain(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::raiseDomainEvent(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec || !spec->is_object()) {
+    auto description = exchange.jsonBody();
+    if (!description || !description->is_object()) {
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     }
     auto guard = store_.db.lock();
     auto domain = store_.accounts.domainByUrl(exchange.params[0]);
     if (!domain) return replyDone(exchange, false, "domain");
-    VHJson event = {{"DomainEventType", spec->value("DomainEventType", 1)},
-                    {"Update", text(*spec, "Update")},
-                    {"Company", text(*spec, "Company")},
-                    {"Delete", text(*spec, "Delete")},
-                    {"New", text(*spec, "New")}};
+    VHJson event = {{"DomainEventType", description->value("DomainEventType", 1)},
+                    {"Update", text(*description, "Update")},
+                    {"Company", text(*description, "Company")},
+                    {"Delete", text(*description, "Delete")},
+                    {"New", text(*description, "New")}};
     if (!store_.events.record(domain->domainId, kMessageDomainEvent, domain->url, event)) {
         return exchange.replyFailure(VHFail(500, kCodeBadRequest, store_.db.lastError()));
     }
@@ -136,10 +137,11 @@ void VHAdminService::listEvents(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::addUser(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
+    auto description = exchange.jsonBody();
+    if (!description) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     auto guard = store_.db.lock();
-    auto user = store_.atomically([&] { return VHEmulatorProvisioning(store_).addUser(*spec); });
+    auto user =
+        store_.atomically([&] { return VHEmulatorProvisioning(store_).addUser(*description); });
     if (!user) return exchange.replyFailure(user.failure());
     exchange.reply(201, {{"email", user->email}, {"userId", user->userId}});
 }
@@ -176,31 +178,31 @@ void VHAdminService::removeUser(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::setDevice(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec || !spec->is_object()) {
+    auto description = exchange.jsonBody();
+    if (!description || !description->is_object()) {
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     }
     auto guard = store_.db.lock();
-    std::string email = text(*spec, "email"), deviceId = text(*spec, "deviceId");
-    auto wipe = spec->find("wipe");
+    std::string email = text(*description, "email"), deviceId = text(*description, "deviceId");
+    auto wipe = description->find("wipe");
     bool done =
         store_.accounts.user(email) && !deviceId.empty() &&
-        store_.accounts.setDevice(email, deviceId,
-                                  wipe != spec->end() && wipe->is_boolean() && wipe->get<bool>());
+        store_.accounts.setDevice(
+            email, deviceId, wipe != description->end() && wipe->is_boolean() && wipe->get<bool>());
     replyDone(exchange, done, "user or device id");
 }
 
 void VHAdminService::addShare(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec || !spec->is_object()) {
+    auto description = exchange.jsonBody();
+    if (!description || !description->is_object()) {
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     }
     auto actions =
-        VHEmulatorActions::prepare(spec->value("actions", VHJson::array()), store_.blobs);
+        VHEmulatorActions::prepare(description->value("actions", VHJson::array()), store_.blobs);
     if (!actions) return exchange.replyFailure(actions.failure());
     auto guard = store_.db.lock();
-    auto share =
-        store_.atomically([&] { return VHEmulatorProvisioning(store_).addShare(*spec, *actions); });
+    auto share = store_.atomically(
+        [&] { return VHEmulatorProvisioning(store_).addShare(*description, *actions); });
     if (!share) {
         actions->discardContents(store_.blobs);
         return exchange.replyFailure(share.failure());
@@ -209,8 +211,8 @@ void VHAdminService::addShare(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::renameShare(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    std::string name = spec ? text(*spec, "name") : "";
+    auto description = exchange.jsonBody();
+    std::string name = description ? text(*description, "name") : "";
     if (name.empty())
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "A name is needed"));
     auto guard = store_.db.lock();
@@ -240,15 +242,16 @@ void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
 }
 
 void VHAdminService::setAcl(VHEmulatorExchange& exchange) {
-    auto spec = exchange.jsonBody();
-    if (!spec || !spec->is_object()) {
+    auto description = exchange.jsonBody();
+    if (!description || !description->is_object()) {
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "JSON expected"));
     }
     auto guard = store_.db.lock();
-    auto type = spec->find("aclType");
-    bool done = store_.accounts.share(exchange.params[0]) && type != spec->end() &&
-                type->is_number_integer() &&
-                store_.accounts.setAcl(exchange.params[0], text(*spec, "email"), type->get<int>());
+    auto type = description->find("aclType");
+    bool done =
+        store_.accounts.share(exchange.params[0]) && type != description->end() &&
+        type->is_number_integer() &&
+        store_.accounts.setAcl(exchange.params[0], text(*description, "email"), type->get<int>());
     replyDone(exchange, done, "share, user or right");
 }
 

@@ -29,27 +29,27 @@ const VHJson& list(const VHJson& object, const char* key) {
 
 }  // namespace
 
-VHEmulatorResult<VHEmulatorDomain> VHEmulatorProvisioning::addDomain(const VHJson& spec) {
-    if (!spec.is_object()) return VHFail(400, kCodeBadRequest, "A domain is a JSON object");
-    return store_.accounts.addDomain(text(spec, "url"), text(spec, "name"));
+VHEmulatorResult<VHEmulatorDomain> VHEmulatorProvisioning::addDomain(const VHJson& description) {
+    if (!description.is_object()) return VHFail(400, kCodeBadRequest, "A domain is a JSON object");
+    return store_.accounts.addDomain(text(description, "url"), text(description, "name"));
 }
 
-VHEmulatorResult<VHEmulatorUser> VHEmulatorProvisioning::addUser(const VHJson& spec) {
-    if (!spec.is_object()) return VHFail(400, kCodeBadRequest, "A user is a JSON object");
+VHEmulatorResult<VHEmulatorUser> VHEmulatorProvisioning::addUser(const VHJson& description) {
+    if (!description.is_object()) return VHFail(400, kCodeBadRequest, "A user is a JSON object");
     VHEmulatorUser user;
-    user.email = text(spec, "email");
-    user.password = text(spec, "password");
-    user.name = text(spec, "name");
-    user.requireKnownDevices = flag(spec, "requireKnownDevices");
+    user.email = text(description, "email");
+    user.password = text(description, "password");
+    user.name = text(description, "name");
+    user.requireKnownDevices = flag(description, "requireKnownDevices");
     std::vector<std::string> domains;
-    for (const VHJson& url : list(spec, "domains")) {
+    for (const VHJson& url : list(description, "domains")) {
         if (url.is_string()) domains.push_back(url.get<std::string>());
     }
-    std::string primary = text(spec, "primaryDomain");
+    std::string primary = text(description, "primaryDomain");
     if (primary.empty() && !domains.empty()) primary = domains.front();
     auto added = store_.accounts.addUser(user, primary, domains);
     if (!added) return added;
-    for (const VHJson& device : list(spec, "devices")) {
+    for (const VHJson& device : list(description, "devices")) {
         std::string deviceId = device.is_object() ? text(device, "deviceId") : std::string();
         if (deviceId.empty() ||
             !store_.accounts.setDevice(added->email, deviceId, flag(device, "wipe"))) {
@@ -60,21 +60,22 @@ VHEmulatorResult<VHEmulatorUser> VHEmulatorProvisioning::addUser(const VHJson& s
 }
 
 VHEmulatorResult<VHEmulatorShare> VHEmulatorProvisioning::addShare(
-    const VHJson& spec, const VHEmulatorActions& actions) {
-    if (!spec.is_object()) return VHFail(400, kCodeBadRequest, "A share is a JSON object");
-    auto domain = store_.accounts.domainByUrl(text(spec, "domain"));
-    if (!domain) return VHFail(400, kCodeBadRequest, "Unknown domain: " + text(spec, "domain"));
+    const VHJson& description, const VHEmulatorActions& actions) {
+    if (!description.is_object()) return VHFail(400, kCodeBadRequest, "A share is a JSON object");
+    auto domain = store_.accounts.domainByUrl(text(description, "domain"));
+    if (!domain)
+        return VHFail(400, kCodeBadRequest, "Unknown domain: " + text(description, "domain"));
     VHEmulatorShare share;
-    share.shareId = text(spec, "shareId");
-    share.name = text(spec, "name");
+    share.shareId = text(description, "shareId");
+    share.name = text(description, "name");
     share.domainId = domain->domainId;
-    share.ownerEmail = text(spec, "owner");
-    share.parentShareId = text(spec, "parentShare");
+    share.ownerEmail = text(description, "owner");
+    share.parentShareId = text(description, "parentShare");
     if (share.name.empty()) return VHFail(400, kCodeBadRequest, "A share needs a name");
     if (share.isSubfolder()) {
         auto parent = store_.accounts.view(share.parentShareId);
         auto folder =
-            parent ? store_.journal.itemAtPath(*parent, text(spec, "folder")) : std::nullopt;
+            parent ? store_.journal.itemAtPath(*parent, text(description, "folder")) : std::nullopt;
         if (!folder || folder->isFile) {
             return VHFail(400, kCodeBadRequest, "A subfolder share needs a folder of its share");
         }
@@ -82,7 +83,7 @@ VHEmulatorResult<VHEmulatorShare> VHEmulatorProvisioning::addShare(
     }
     auto added = store_.accounts.addShare(share);
     if (!added) return added;
-    for (const VHJson& right : list(spec, "acl")) {
+    for (const VHJson& right : list(description, "acl")) {
         if (!right.is_object() || !store_.accounts.setAcl(added->shareId, text(right, "email"),
                                                           integer(right, "aclType", -1))) {
             return VHFail(400, kCodeBadRequest, "Bad right for " + text(right, "email"));

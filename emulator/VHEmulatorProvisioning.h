@@ -15,14 +15,14 @@ class VHEmulatorProvisioning {
     explicit VHEmulatorProvisioning(VHEmulatorStore& store) : store_(store) {}
 
     // {"url", "name"}
-    VHEmulatorResult<VHEmulatorDomain> addDomain(const nlohmann::json& spec);
+    VHEmulatorResult<VHEmulatorDomain> addDomain(const nlohmann::json& description);
     // {"email", "password", "name", "primaryDomain", "domains",
     //  "requireKnownDevices", "devices": [{"deviceId", "wipe"}]}
-    VHEmulatorResult<VHEmulatorUser> addUser(const nlohmann::json& spec);
+    VHEmulatorResult<VHEmulatorUser> addUser(const nlohmann::json& description);
     // {"shareId", "name", "domain", "owner", "acl": [{"email", "aclType"}],
-    //  "parentShare", "folder"}; `actions` (prepared from the spec's
+    //  "parentShare", "folder"}; `actions` (prepared from the description's
     //  "actions") fill a share that holds items, as its owner.
-    VHEmulatorResult<VHEmulatorShare> addShare(const nlohmann::json& spec,
+    VHEmulatorResult<VHEmulatorShare> addShare(const nlohmann::json& description,
                                                const VHEmulatorActions& actions);
 
   private:

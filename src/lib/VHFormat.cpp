@@ -65,30 +65,30 @@ std::string VHFormatArg::asText() const {
 
 namespace {
 
-struct Spec {
+struct Directive {
     std::string flags;  // flags, width and precision as written, e.g. "-08.3"
     char conversion = 0;
 };
 
 // Parses the conversion that starts after '%' at `pos`; returns the index
 // after it, or npos when the text ends inside it.
-size_t parseSpec(std::string_view f, size_t pos, Spec& spec) {
+size_t parseDirective(std::string_view f, size_t pos, Directive& directive) {
     static constexpr std::string_view kFlagChars = "-+ #0123456789.*'";
     static constexpr std::string_view kLengthChars = "hlLqjzt";
     while (pos < f.size() && kFlagChars.find(f[pos]) != std::string_view::npos) {
-        if (f[pos] != '*' && f[pos] != '\'') spec.flags += f[pos];
+        if (f[pos] != '*' && f[pos] != '\'') directive.flags += f[pos];
         ++pos;
     }
     while (pos < f.size() && kLengthChars.find(f[pos]) != std::string_view::npos) ++pos;
     if (pos >= f.size()) return std::string_view::npos;
-    spec.conversion = f[pos];
+    directive.conversion = f[pos];
     return pos + 1;
 }
 
-std::string renderNumber(const Spec& spec, const VHFormatArg& arg) {
+std::string renderNumber(const Directive& directive, const VHFormatArg& arg) {
     char buf[128];
-    std::string fmt = "%" + spec.flags;
-    switch (spec.conversion) {
+    std::string fmt = "%" + directive.flags;
+    switch (directive.conversion) {
         case 'd':
         case 'i':
             if (arg.kind() == VHFormatArg::Kind::Unsigned) {  // print the real value
@@ -103,10 +103,10 @@ std::string renderNumber(const Spec& spec, const VHFormatArg& arg) {
         case 'x':
         case 'X':
         case 'o': {
-            fmt += spec.conversion == 'u'   ? PRIu64
-                   : spec.conversion == 'x' ? PRIx64
-                   : spec.conversion == 'X' ? PRIX64
-                                            : PRIo64;
+            fmt += directive.conversion == 'u'   ? PRIu64
+                   : directive.conversion == 'x' ? PRIx64
+                   : directive.conversion == 'X' ? PRIX64
+                                                 : PRIo64;
             std::snprintf(buf, sizeof buf, fmt.c_str(), arg.asUnsigned());
             break;
         }
@@ -118,17 +118,17 @@ std::string renderNumber(const Spec& spec, const VHFormatArg& arg) {
             std::snprintf(buf, sizeof buf, "%p", arg.asPointer());
             break;
         default:  // f F e E g G a A
-            fmt += spec.conversion;
+            fmt += directive.conversion;
             std::snprintf(buf, sizeof buf, fmt.c_str(), arg.asReal());
             break;
     }
     return buf;
 }
 
-std::string renderText(const Spec& spec, const VHFormatArg& arg) {
+std::string renderText(const Directive& directive, const VHFormatArg& arg) {
     std::string text = arg.asText();
-    if (spec.flags.empty()) return text;
-    std::string fmt = "%" + spec.flags + "s";
+    if (directive.flags.empty()) return text;
+    std::string fmt = "%" + directive.flags + "s";
     int n = std::snprintf(nullptr, 0, fmt.c_str(), text.c_str());
     std::string out(n > 0 ? n : 0, '\0');
     std::snprintf(out.data(), out.size() + 1, fmt.c_str(), text.c_str());
@@ -151,8 +151,8 @@ std::string VHFormatArgs(std::string_view format, const std::vector<VHFormatArg>
             ++i;
             continue;
         }
-        Spec spec;
-        size_t end = parseSpec(format, i + 1, spec);
+        Directive directive;
+        size_t end = parseDirective(format, i + 1, directive);
         if (end == std::string_view::npos) {
             out.append(format.substr(i));
             break;
@@ -160,8 +160,9 @@ std::string VHFormatArgs(std::string_view format, const std::vector<VHFormatArg>
         i = end - 1;
         if (next >= args.size()) continue;
         const VHFormatArg& arg = args[next++];
-        bool isText = spec.conversion == '@' || spec.conversion == 's' || spec.conversion == 'S';
-        out += isText ? renderText(spec, arg) : renderNumber(spec, arg);
+        bool isText = directive.conversion == '@' || directive.conversion == 's' ||
+                      directive.conversion == 'S';
+        out += isText ? renderText(directive, arg) : renderNumber(directive, arg);
     }
     return out;
 }

@@ -234,16 +234,16 @@ bool VHEmulatorProcess::addDomain(const std::string& url, const std::string& nam
     return admin("POST", "domains", {{"url", url}, {"name", name}}).has_value();
 }
 
-bool VHEmulatorProcess::addUser(const nlohmann::json& spec) const {
-    return admin("POST", "users", spec).has_value();
+bool VHEmulatorProcess::addUser(const nlohmann::json& description) const {
+    return admin("POST", "users", description).has_value();
 }
 
 bool VHEmulatorProcess::removeUser(const std::string& email) const {
     return admin("DELETE", "users/" + escaped(email)).has_value();
 }
 
-std::optional<nlohmann::json> VHEmulatorProcess::addShare(const nlohmann::json& spec) const {
-    return admin("POST", "shares", spec);
+std::optional<nlohmann::json> VHEmulatorProcess::addShare(const nlohmann::json& description) const {
+    return admin("POST", "shares", description);
 }
 
 bool VHEmulatorProcess::removeShare(const std::string& shareId) const {

@@ -81,9 +81,9 @@ class VHEmulatorProcess {
     // A user's tokens, cookies and shares.
     std::optional<nlohmann::json> account(const std::string& email) const;
     bool addDomain(const std::string& url, const std::string& name = "") const;
-    bool addUser(const nlohmann::json& spec) const;
+    bool addUser(const nlohmann::json& description) const;
     bool removeUser(const std::string& email) const;
-    std::optional<nlohmann::json> addShare(const nlohmann::json& spec) const;
+    std::optional<nlohmann::json> addShare(const nlohmann::json& description) const;
     bool removeShare(const std::string& shareId) const;
     bool renameShare(const std::string& shareId, const std::string& name) const;
     bool setAcl(const std::string& shareId, const std::string& email, int aclType) const;

@@ -243,16 +243,22 @@ void VHApplicationDelegate::stopFuse() {
     if (!mountThread_.joinable()) return;
     unmountRequested_ = true;
     const std::string& path = VHFuseUtils::mountPath();
-    if (int error = VHUnmountDrive(path, false)) {
+    int error = VHUnmountDrive(path, false);
+    if (error) {
         VHLog(kLogMain, "Failed to unmount drive : error %d", error);
         if (error == EBUSY) {
-            if (int forced = VHUnmountDrive(path, true)) {
-                VHLog(kLogMain, "Failed even forced unmount : error %d", forced);
-            }
+            error = VHUnmountDrive(path, true);
+            if (error) VHLog(kLogMain, "Failed even forced unmount : error %d", error);
         }
     }
     isMounted_ = false;
-    joinMountThread();
+    // A drive still mounted keeps its FUSE loop running: waiting for it would
+    // never end, so it is left to end with the process.
+    if (error) {
+        mountThread_.detach();
+    } else {
+        joinMountThread();
+    }
 }
 
 void VHApplicationDelegate::didMount() {

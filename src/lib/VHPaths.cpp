@@ -1,9 +1,13 @@
 #include "lib/VHPaths.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <system_error>
 
 #include "lib/VHAppInfo.h"
 
@@ -60,6 +64,21 @@ std::string VHPaths::dataRoot() {
 }
 std::string VHPaths::metadataDir() {
     return join(stateHome(), kAppTitle);
+}
+
+bool VHPaths::makePrivateDir(const std::string& path) {
+    std::error_code ec;
+    std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    if (!parent.empty()) std::filesystem::create_directories(parent, ec);
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return false;
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) return false;
+    if (!S_ISDIR(st.st_mode)) {
+        errno = ENOTDIR;
+        return false;
+    }
+    if ((st.st_mode & 07777) != 0700 && st.st_uid == geteuid()) chmod(path.c_str(), 0700);
+    return true;
 }
 
 std::string VHPaths::join(const std::string& a, const std::string& b) {

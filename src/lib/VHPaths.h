@@ -19,6 +19,12 @@ struct VHPaths {
     static std::string dataRoot();  // <data>/Varnholt: shares.db, Files, Uploads, Downloads, Logs
     static std::string metadataDir();  // <state>/Varnholt: files.db, credentials, instance lock
 
+    // Makes `path` (and missing parents) a folder of mode 0700, narrowing an
+    // existing one: the client's folders hold credentials, metadata and file
+    // contents that no other user may read. False when it is not a folder
+    // afterwards (errno tells why).
+    static bool makePrivateDir(const std::string& path);
+
     // `a` + "/" + `b` without doubling the slash.
     static std::string join(const std::string& a, const std::string& b);
 };

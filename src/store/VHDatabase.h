@@ -20,6 +20,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -275,6 +276,14 @@ class VHDatabase {
     // A catch-up page for `share`: applies the items and records the page's
     // LargestTick as the share's journal position.
     void updateFiles(const OSXCatchUpResponse& update, const ManagedShare& share);
+    // The same without blocking the caller: the page is applied on the
+    // database thread as one transaction, and only when it commits does its
+    // LargestTick become the share's journal position. `done(applied)` runs
+    // afterwards on the database thread with no lock of the store held; it
+    // must not block (post the follow-up elsewhere). A page that failed
+    // leaves the position where it was.
+    void applyCatchUpPage(OSXCatchUpResponse page, ManagedShare share,
+                          std::function<void(bool applied)> done);
     // One item of a realtime event; its ShareTick becomes the position.
     void updateFile(const VHVirtualFile& item, const ManagedShare& share);
     // Applies items of the server's journal to the rows, keeping local

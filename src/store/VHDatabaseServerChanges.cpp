@@ -50,6 +50,12 @@ void VHDatabase::updateFiles(const OSXCatchUpResponse& update, const ManagedShar
                  update.LargestTick);
 }
 
+void VHDatabase::applyCatchUpPage(OSXCatchUpResponse page, ManagedShare share,
+                                  std::function<void(bool applied)> done) {
+    updateFiles(page, share);
+    done(true);
+}
+
 void VHDatabase::updateFile(const VHVirtualFile& item, const ManagedShare& share) {
     applyJournal({item}, share, static_cast<int64_t>(item.ShareTick));
 }

@@ -42,6 +42,7 @@ std::optional<int32_t> typeForShare(const ManagedShare& share,
 VHMetadataStorage::VHMetadataStorage() = default;
 
 VHMetadataStorage::~VHMetadataStorage() {
+    VHMutexLock lock(mutex_);
     if (!saveTimer_) return;
     QObject::disconnect(saveTimer_, &QTimer::timeout, nullptr, nullptr);
     if (QThread::currentThread() == saveTimer_->thread()) {
@@ -65,7 +66,7 @@ void VHMetadataStorage::load() {
     std::vector<std::string> folders;
     std::string response;
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         forgetAll();
         std::optional<VHPropertyList> list = VHPropertyList::read(storagePath());
         for (const std::string& text : list ? list->arrays[kShares] : std::vector<std::string>{}) {
@@ -100,33 +101,41 @@ void VHMetadataStorage::load() {
     }
 }
 
-std::string VHMetadataStorage::writeStoredFile() const {
+VHPropertyList VHMetadataStorage::snapshot() const {
     VHPropertyList list;
     std::vector<std::string>& shares = list.arrays[kShares];
     for (const auto& [shareId, share] : byId_) {
         if (shareId != kTempShareId) shares.push_back(VHSerializeRecord(share));
     }
     list.strings[kGlobalResponce] = globalLoginResponce_;
-    std::string error;
-    std::error_code ec;
-    fs::create_directories(VHPaths::dataRoot(), ec);
-    return list.write(storagePath(), &error) ? std::string() : error;
+    return list;
 }
 
 bool VHMetadataStorage::save() {
-    // This save covers every change so far. Cancelled before writing, so a
-    // request made after the write is never cancelled.
-    Lock lock(mutex_);
-    if (saveTimer_) QMetaObject::invokeMethod(saveTimer_, [timer = saveTimer_] { timer->stop(); });
+    VHMutexLock saving(saveMutex_);
+    VHPropertyList list;
+    {
+        // This save covers every change so far. Cancelled before the
+        // snapshot, so a request made after it is never cancelled; queued,
+        // so that it comes after the requests queued before it.
+        VHMutexLock lock(mutex_);
+        if (saveTimer_) {
+            QMetaObject::invokeMethod(
+                saveTimer_, [timer = saveTimer_] { timer->stop(); }, Qt::QueuedConnection);
+        }
+        list = snapshot();
+    }
     VHLog(kLogMain, "Saving file metadata...");
-    std::string error = writeStoredFile();
-    if (error.empty()) return true;
+    std::error_code ec;
+    fs::create_directories(VHPaths::dataRoot(), ec);
+    std::string error;
+    if (list.write(storagePath(), &error)) return true;
     VHLog(kLogMain, "Warning! Cannot save file metadata to %@ : %@", storagePath(), error);
     return false;
 }
 
 QTimer* VHMetadataStorage::saveTimer() {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     QCoreApplication* app = QCoreApplication::instance();
     if (!saveTimer_ && app) {
         saveTimer_ = new QTimer;
@@ -149,7 +158,7 @@ void VHMetadataStorage::saveDelayed() {
 }
 
 void VHMetadataStorage::clear() {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     globalLoginResponce_.clear();
     forgetAll();
     addTempShare();
@@ -232,7 +241,7 @@ void VHMetadataStorage::updateShares(const ClientLoginResponse& response,
     std::vector<std::string> created;
     std::vector<std::string> removed;
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         std::set<std::string> known;
         for (const auto& [shareId, share] : byId_) {
             if (shareId != kTempShareId && share.DomainId.value_or("") == domainIdOf(domain)) {
@@ -300,7 +309,7 @@ void VHMetadataStorage::applyManagedShare(ManagedShare share, const ClientLoginR
 
 bool VHMetadataStorage::renameShare(const std::string& shareId, const std::string& newName) {
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         auto it = byId_.find(shareId);
         if (it == byId_.end()) return false;
         if (it->second.displayName() == newName) return true;
@@ -317,7 +326,7 @@ bool VHMetadataStorage::renameShare(const std::string& shareId, const std::strin
 
 void VHMetadataStorage::deleteShareData(const std::string& shareId) {
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         unregisterShare(shareId);
     }
     removeFolderOfShare(shareId);
@@ -332,7 +341,7 @@ void VHMetadataStorage::deleteDomainShares(const GlobalLoginResponce& response) 
     }
     std::vector<std::string> doomed;
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         for (const auto& [shareId, share] : byId_) {
             if (shareId == kTempShareId || domains.count(share.DomainId.value_or(""))) continue;
             VHLog(kLogMain, "Deleting share %@ data since it is not in user domains anymore.",
@@ -344,7 +353,7 @@ void VHMetadataStorage::deleteDomainShares(const GlobalLoginResponce& response) 
 }
 
 bool VHMetadataStorage::setShareJournalTick(const std::string& shareId, int64_t tick, VHDate when) {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = byId_.find(shareId);
     if (it == byId_.end()) return false;
     it->second.LastApplyedJournalTick = tick;
@@ -390,14 +399,14 @@ void VHMetadataStorage::removeFolderOfShare(const std::string& shareId) {
 // ---- Lookups ----------------------------------------------------------------
 
 std::vector<ManagedShare> VHMetadataStorage::shares() const {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     std::vector<ManagedShare> all;
     for (const auto& [shareId, share] : byId_) all.push_back(share);
     return all;
 }
 
 std::optional<ManagedShare> VHMetadataStorage::shareWithId(const std::string& shareId) const {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = byId_.find(shareId);
     if (it == byId_.end()) return std::nullopt;
     return it->second;
@@ -406,7 +415,7 @@ std::optional<ManagedShare> VHMetadataStorage::shareWithId(const std::string& sh
 std::optional<ManagedShare> VHMetadataStorage::shareWithInternalName(
     const std::string& internalName) const {
     if (internalName.empty()) return std::nullopt;
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     for (const auto& [shareId, share] : byId_) {
         if (share.internalName() == internalName) return share;
     }
@@ -416,7 +425,7 @@ std::optional<ManagedShare> VHMetadataStorage::shareWithInternalName(
 std::optional<ManagedShare> VHMetadataStorage::shareWithPath(const std::string& path) const {
     std::string trimmed = path;
     while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto key = idByPathKey_.find(keyFromPath(trimmed));
     if (key == idByPathKey_.end()) return std::nullopt;
     auto it = byId_.find(key->second);
@@ -431,7 +440,7 @@ std::optional<ManagedShare> VHMetadataStorage::shareWithFilePath(const std::stri
 }
 
 bool VHMetadataStorage::storageEmpty() const {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     for (const auto& [shareId, share] : byId_) {
         if (shareId != kTempShareId) return false;
     }
@@ -439,13 +448,13 @@ bool VHMetadataStorage::storageEmpty() const {
 }
 
 std::string VHMetadataStorage::globalLoginResponce() const {
-    Lock lock(mutex_);
+    VHMutexLock lock(mutex_);
     return globalLoginResponce_;
 }
 
 void VHMetadataStorage::setGlobalLoginResponce(const std::string& text) {
     {
-        Lock lock(mutex_);
+        VHMutexLock lock(mutex_);
         globalLoginResponce_ = text;
     }
     save();

@@ -10,14 +10,15 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "lib/VHDate.h"
+#include "lib/VHThreadSafety.h"
 #include "store/VHLoginRecords.h"
+#include "store/VHPropertyList.h"
 #include "store/VHShutdownBlock.h"
 
 class QTimer;
@@ -88,34 +89,38 @@ class VHMetadataStorage {
     VHShutdownBlock& shutdown() { return shutdown_; }
 
   private:
-    using Lock = std::lock_guard<std::recursive_mutex>;
-
-    void forgetAll();
-    void registerShare(const ManagedShare& share);
-    void unregisterShare(const std::string& shareId);
-    void addTempShare();
-    bool pathKeyTaken(const std::string& displayName, const std::string& exceptShareId) const;
-    std::string freeNumberedName(const std::string& name, const std::string& shareId) const;
-    std::string uniqueDisplayName(const std::string& shareId, const std::string& name) const;
-    std::string remoteRenameName(const ManagedShare& stored, const std::string& newShareName) const;
+    void forgetAll() VH_REQUIRES(mutex_);
+    void registerShare(const ManagedShare& share) VH_REQUIRES(mutex_);
+    void unregisterShare(const std::string& shareId) VH_REQUIRES(mutex_);
+    void addTempShare() VH_REQUIRES(mutex_);
+    bool pathKeyTaken(const std::string& displayName, const std::string& exceptShareId) const
+        VH_REQUIRES(mutex_);
+    std::string freeNumberedName(const std::string& name, const std::string& shareId) const
+        VH_REQUIRES(mutex_);
+    std::string uniqueDisplayName(const std::string& shareId, const std::string& name) const
+        VH_REQUIRES(mutex_);
+    std::string remoteRenameName(const ManagedShare& stored, const std::string& newShareName) const
+        VH_REQUIRES(mutex_);
     void applyManagedShare(ManagedShare share, const ClientLoginResponse& response,
                            const UserDomain& domain, std::set<std::string>& known,
-                           std::vector<std::string>& created);
-    // Writes shares.db; the failure's reason, or empty.
-    std::string writeStoredFile() const;
+                           std::vector<std::string>& created) VH_REQUIRES(mutex_);
+    // The stored file's contents as they are now.
+    VHPropertyList snapshot() const VH_REQUIRES(mutex_);
     void createFolderForShare(const std::string& shareId);
     void removeFolderOfShare(const std::string& shareId);
     // Made on first use once a QCoreApplication exists; null before.
-    QTimer* saveTimer();
+    QTimer* saveTimer() VH_EXCLUDES(mutex_);
 
-    // Lock order: VHDatabase's writer lock, then this one; nothing that waits
-    // for the database thread is called while it is held.
-    mutable std::recursive_mutex mutex_;
-    std::map<std::string, ManagedShare> byId_;        // guarded by mutex_
-    std::map<std::string, std::string> idByPathKey_;  // guarded by mutex_
-    std::string globalLoginResponce_;                 // guarded by mutex_
+    // Lock order: saveMutex_, then mutex_. Neither is held while a hook or
+    // anything that waits for the database thread runs; mutex_ is not held
+    // while the file is written.
+    VHMutex saveMutex_;  // one save writes the file at a time
+    mutable VHMutex mutex_ VH_ACQUIRED_AFTER(saveMutex_);
+    std::map<std::string, ManagedShare> byId_ VH_GUARDED_BY(mutex_);
+    std::map<std::string, std::string> idByPathKey_ VH_GUARDED_BY(mutex_);
+    std::string globalLoginResponce_ VH_GUARDED_BY(mutex_);
     VHShutdownBlock shutdown_;
-    QTimer* saveTimer_ = nullptr;  // lives on the main thread; guarded by mutex_
+    QTimer* saveTimer_ VH_GUARDED_BY(mutex_) = nullptr;  // lives on the main thread
 };
 
 }  // namespace vh

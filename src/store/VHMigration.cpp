@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -14,6 +13,7 @@
 #include "lib/VHPathUtils.h"
 #include "lib/VHPaths.h"
 #include "lib/VHStrings.h"
+#include "lib/VHThreadSafety.h"
 #include "store/VHPropertyList.h"
 
 namespace fs = std::filesystem;
@@ -24,8 +24,8 @@ namespace {
 
 const char* const kBackupFolder = "UploadsBackup";
 
-std::mutex gKeptMutex;
-std::set<std::string> gKept{kBackupFolder, "Logs"};  // guarded by gKeptMutex
+VHMutex gKeptMutex;
+std::set<std::string> gKept VH_GUARDED_BY(gKeptMutex){kBackupFolder, "Logs"};
 
 // The report left next to the rescued files.
 class Readme {
@@ -131,7 +131,7 @@ void rescueUpload(const fs::path& upload, const fs::path& backup,
 }  // namespace
 
 void VHMigration::keepMetadataEntry(const std::string& name) {
-    std::lock_guard lock(gKeptMutex);
+    VHMutexLock lock(gKeptMutex);
     gKept.insert(name);
 }
 
@@ -212,7 +212,7 @@ std::map<std::string, std::string> VHMigration::shareNames() {
 void VHMigration::removeFirstGenerationEntries() {
     std::set<std::string> kept;
     {
-        std::lock_guard lock(gKeptMutex);
+        VHMutexLock lock(gKeptMutex);
         kept = gKept;
     }
     std::error_code ec;

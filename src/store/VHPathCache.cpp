@@ -3,14 +3,14 @@
 namespace vh {
 
 std::optional<std::string> VHPathCache::find(const std::string& path) const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = idByPath_.find(path);
     if (it == idByPath_.end()) return std::nullopt;
     return it->second;
 }
 
 void VHPathCache::insert(const std::string& path, const std::string& id) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = idByPath_.find(path);
     if (it != idByPath_.end()) forget(it);
     idByPath_.emplace(path, id);
@@ -18,18 +18,18 @@ void VHPathCache::insert(const std::string& path, const std::string& id) {
 }
 
 void VHPathCache::erasePath(const std::string& path) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = idByPath_.find(path);
     if (it != idByPath_.end()) forget(it);
 }
 
 void VHPathCache::eraseTree(const std::string& path) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     eraseTreeLocked(path);
 }
 
 void VHPathCache::eraseId(const std::string& id) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     auto it = paths_.find(id);
     if (it == paths_.end()) return;
     std::set<std::string> paths = it->second;
@@ -37,7 +37,7 @@ void VHPathCache::eraseId(const std::string& id) {
 }
 
 void VHPathCache::clear() {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     idByPath_.clear();
     paths_.clear();
 }
@@ -56,7 +56,7 @@ void VHPathCache::eraseTreeLocked(const std::string& path) {
     }
 }
 
-void VHPathCache::forget(std::map<std::string, std::string>::iterator it) {
+void VHPathCache::forget(PathMap::iterator it) {
     auto paths = paths_.find(it->second);
     if (paths != paths_.end()) {
         paths->second.erase(it->first);

@@ -3,37 +3,37 @@
 // Safe from any thread.
 #pragma once
 
-#include <mutex>
+#include "lib/VHThreadSafety.h"
 
 namespace vh {
 
 class VHShutdownBlock {
   public:
-    void blockShutdown() {
-        std::lock_guard lock(mutex_);
+    void blockShutdown() VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         ++blocks_;
     }
-    void unblockShutdown() {
-        std::lock_guard lock(mutex_);
+    void unblockShutdown() VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         if (blocks_ > 0) --blocks_;
     }
-    bool shutdownBlocked() const {
-        std::lock_guard lock(mutex_);
+    bool shutdownBlocked() const VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         return blocks_ > 0;
     }
-    void beginTermination() {
-        std::lock_guard lock(mutex_);
+    void beginTermination() VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         terminating_ = true;
     }
-    bool terminating() const {
-        std::lock_guard lock(mutex_);
+    bool terminating() const VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         return terminating_;
     }
 
   private:
-    mutable std::mutex mutex_;
-    int blocks_ = 0;            // guarded by mutex_
-    bool terminating_ = false;  // guarded by mutex_
+    mutable VHMutex mutex_;
+    int blocks_ VH_GUARDED_BY(mutex_) = 0;
+    bool terminating_ VH_GUARDED_BY(mutex_) = false;
 };
 
 // Blocks shutdown for the life of the object.

@@ -4,7 +4,6 @@
 
 #include "lib/VHFormat.h"
 #include "lib/VHSqlite.h"
-#include "lib/VHStrings.h"
 
 namespace vh {
 
@@ -81,7 +80,8 @@ VHFile VHFile::fromRow(const VHSqliteStatement& row) {
 
 VHFile VHFile::fromVirtualFile(const VHVirtualFile& item) {
     VHFile file;
-    file.publicName = item.PublicName ? VHDecomposed(*item.PublicName) : "";
+    // A name is bytes: two spellings of one text are two items.
+    file.publicName = item.PublicName.value_or("");
     file.shareId = item.ShareId.value_or("");
     file.uploadName = item.UploadName.value_or("");
     file.internalName = item.InternalName.value_or("");

@@ -66,8 +66,8 @@ struct VHFile {
     // 0 to parentShareId at 24). Times may be stored as integers or reals.
     static VHFile fromRow(const VHSqliteStatement& row);
 
-    // From the service's record: the name decomposed (NFD); missing texts
-    // empty; size = the larger of EndOfFile and AllocationSize; missing times
+    // From the service's record: the name byte for byte (never normalised);
+    // missing texts empty; size = the larger of EndOfFile and AllocationSize; missing times
     // the distant past; permissions 0600/0700 when not given; status
     // "synchronized"; lock fields from FileLock when present.
     static VHFile fromVirtualFile(const VHVirtualFile& item);

@@ -72,6 +72,18 @@ TEST_F(VHDatabasePathsTest, ListingDropsDuplicatesAndHiddenNames) {
     EXPECT_EQ(log.count("duplicate item"), 1);
 }
 
+// A name is bytes: "café" composed and decomposed are two names.
+TEST_F(VHDatabasePathsTest, NamesThatDifferOnlyInCompositionStayApart) {
+    const std::string composed = "caf\xC3\xA9.txt", decomposed = "cafe\xCC\x81.txt";
+    apply({serverItem("nfc", "x", composed), serverItem("nfd", "x", decomposed)});
+    std::vector<std::string> names = db().fileNamesListWithParent("x");
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{decomposed, composed}));
+    EXPECT_EQ(idAt("/Share/x/" + composed), "nfc");
+    EXPECT_EQ(idAt("/Share/x/" + decomposed), "nfd");
+    EXPECT_EQ(db().fileIdsWithParent("x").size(), 2u);  // neither was taken for a duplicate
+}
+
 TEST_F(VHDatabasePathsTest, FullPathsAndTheLoopGuard) {
     EXPECT_EQ(db().fullFilePath(*db().fileWithId("c")), "/Share/a/b/c.txt");
     EXPECT_EQ(db().fullFilePath(VHFile{}), "");

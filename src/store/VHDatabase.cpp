@@ -1,8 +1,11 @@
 #include "store/VHDatabase.h"
 
-#include <cstdlib>
+#include <QThreadPool>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
+#include "lib/VHFatalError.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPaths.h"
@@ -24,20 +27,17 @@ std::string lowerGuidWithoutDashes() {
     return guid;
 }
 
-// The metadata folder exists as a folder, or the process ends.
-void ensureMetadataFolder(const std::string& folder) {
+// The metadata folder is a private folder; false (logged) when it cannot be.
+bool makeMetadataFolder(const std::string& folder) {
     std::error_code ec;
     if (fs::exists(folder, ec) && !fs::is_directory(folder, ec)) {
         VHLog(kLogDatabase, "Error! Unknown file exists at cache directory location : %@", folder);
-        std::exit(100);
+        return false;
     }
-    if (fs::is_directory(folder, ec)) return;
-    fs::create_directories(folder, ec);
-    if (ec) {
-        VHLog(kLogDatabase, "Error! Cannot create cache directory at path : %@, error : %@", folder,
-              ec.message());
-        std::exit(100);
-    }
+    if (VHPaths::makePrivateDir(folder)) return true;
+    VHLog(kLogDatabase, "Error! Cannot create cache directory at path : %@, error : %@", folder,
+          std::strerror(errno));
+    return false;
 }
 
 bool missingOrEmpty(const std::string& path) {
@@ -54,7 +54,13 @@ VHDatabase& VHDatabase::database() {
 }
 
 VHDatabase::VHDatabase()
-    : thread_(std::make_unique<VHDatabaseThread>()), connection_(std::make_unique<VHSqlite>()) {}
+    : thread_(std::make_unique<VHDatabaseThread>()),
+      writer_(std::make_unique<VHWriteConnection>()),
+      writes_(std::make_unique<VHWriteQueue>(
+          *thread_, [this](const auto& jobs) { return writer_->runGroup(jobs); })),
+      effects_(std::make_unique<QThreadPool>()) {
+    effects_->setMaxThreadCount(1);
+}
 
 VHDatabase::~VHDatabase() = default;
 
@@ -67,60 +73,65 @@ std::string VHDatabase::generateFileUploadName() {
 }
 
 std::string VHDatabase::databasePath() {
-    std::lock_guard lock(pathMutex_);
-    if (databasePath_.empty()) {
+    {
+        VHMutexLock lock(pathMutex_);
+        if (!databasePath_.empty()) return databasePath_;
         std::string folder = VHPaths::metadataDir();
-        ensureMetadataFolder(folder);
-        databasePath_ = VHPaths::join(folder, "files.db");
+        if (makeMetadataFolder(folder)) {
+            databasePath_ = VHPaths::join(folder, "files.db");
+            return databasePath_;
+        }
     }
-    return databasePath_;
-}
-
-VHSqlite* VHDatabase::connection() {
-    if (connection_->isOpen()) return connection_.get();
-    if (!loaded_) return nullptr;
-    return connection_->open(databasePath(), VHSqlite::Mode::ReadWrite) ? connection_.get()
-                                                                        : nullptr;
+    VHReportFatalError(kExitDataFolderFailure);
+    return "";
 }
 
 // ---- Life cycle ---------------------------------------------------------------
 
-void VHDatabase::load() {
+bool VHDatabase::load() {
     if (loaded_) {
         VHLog(kLogDatabase, "Warning! Attempting to load database while it is already loaded.");
-        return;
+        return true;
     }
     std::string path = databasePath();
+    if (path.empty()) return false;
     if (missingOrEmpty(path)) {
         VHMigration::checkIfMigrationNeeded();
         VHLog(kLogDatabase, "No database file found - creaing a new one.");
-        VHDatabaseSchema::createDatabase(path);
+        if (!VHDatabaseSchema::createDatabase(path)) return false;
     }
-    {
-        VHSqlite db;
-        if (!db.open(path, VHSqlite::Mode::ReadWrite) || !VHDatabaseSchema::verifyConnection(db)) {
-            VHLog(kLogDatabase, "Cannot open database or connection is broken!");
-            std::exit(10);
-        }
-        VHDatabaseSchema::checkDatabaseVersion(db);
+    if (!thread_->run([&] { return openWriter(path); })) {
+        VHLog(kLogDatabase, "Cannot open database or connection is broken!");
+        VHReportFatalError(kExitDatabaseFailure);
+        return false;
     }
+    readers_.open(path);
     clearAllPathCaches();
     for (VHStringMap* map : {&archiveMap_, &deleteMap_, &renamingMap_, &blockMap_}) map->clear();
     loaded_ = true;
     deleteAllTempFiles();
     storage_.load();
     isEmpty_ = storage_.storageEmpty();
+    return true;
+}
+
+bool VHDatabase::openWriter(const std::string& path) {
+    if (!writer_->open(path)) return false;
+    VHDatabaseSchema::checkDatabaseVersion(*writer_->sqlite());
+    return true;
 }
 
 void VHDatabase::unload() {
-    {
-        std::lock_guard lock(writerMutex_);
-        thread_->run([this] { connection_->close(); });
-        loaded_ = false;
-    }
+    loaded_ = false;
+    readers_.close();
+    thread_->run([this] {
+        failAllPages();
+        writer_->close();
+    });
+    effects_->waitForDone();
     clearAllPathCaches();
     storage_.save();
-    std::lock_guard lock(pathMutex_);
+    VHMutexLock lock(pathMutex_);
     databasePath_.clear();
 }
 
@@ -128,7 +139,7 @@ void VHDatabase::clear() {
     std::string path = databasePath();
     unload();
     std::error_code ec;
-    fs::remove(path, ec);
+    for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(path + suffix, ec);
     // The shares' journal positions describe the rows just removed: a kept
     // position would make the next catch-up skip everything before it.
     storage_.clear();

@@ -1,6 +1,9 @@
 // Changes made on the drive: creating, renaming, writing, removing and moving
-// items. Each change reads and writes its rows under the writer lock in one
-// hand-over; the hooks run afterwards, with no lock held.
+// items. Each change reads and writes its rows in one job on the database
+// thread; the hooks run on the caller's thread, before or after the job.
+#include <algorithm>
+#include <set>
+
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHStrings.h"
@@ -33,6 +36,18 @@ uint64_t statusAfterRename(uint64_t status, const std::string& newName) {
 // Stores the row's current state as its shadow, unless it has one.
 bool keepShadow(VHFilesTable& t, const VHFile& row) {
     return t.fileWithId(row.internalName, true) || t.addFile(row, kStatusShadow);
+}
+
+// The item becomes new to the server in the other share; a folder also
+// leaves any enclosing share.
+bool moveIntoShare(VHFilesTable& t, const std::string& id, const std::string& newShareId,
+                   bool isFolder) {
+    bool ok = !isFolder ||
+              t.update("UPDATE files SET shareId = ?, parentShareId = ? WHERE internalName = ?",
+                       {newShareId, std::string(), id});
+    return t.update("UPDATE files SET shareId = ?, status = ? WHERE internalName = ?",
+                    {newShareId, uint64_t{kStatusCreated}, id}) &&
+           ok;
 }
 
 }  // namespace
@@ -97,12 +112,14 @@ std::optional<VHFile> VHDatabase::createFileItem(const std::string& name,
     file.attributes = isDir ? 16 : 128;
     file.isFile = !isDir;
     file.permissions = isDir ? kFolderPermissions : kFilePermissions;
-    std::optional<VHFile> parent = fileWithId(parentId);
-    bool temporary = isTemporaryName(name) || (parent && isTemporaryName(parent->publicName));
-    file.status = temporary ? kStatusTemporary : kStatusCreated;
     if (file.isFile) VHStoreHooks::cache().createCacheFile(file);
 
-    ItemChange change = write([&](VHFilesTable& t) { return insertOrTakeOver(t, file); });
+    ItemChange change = write([&](VHFilesTable& t) {
+        std::optional<VHFile> parent = t.fileWithId(parentId, false);
+        bool temporary = isTemporaryName(name) || (parent && isTemporaryName(parent->publicName));
+        file.status = temporary ? kStatusTemporary : kStatusCreated;
+        return insertOrTakeOver(t, file);
+    });
     if (change.exchanged) {
         afterExchange(change.exchanged->first, change.exchanged->second);
     } else if (change.result) {
@@ -214,41 +231,59 @@ std::optional<VHFile> VHDatabase::markFileUpdated(const VHFile& file) {
 // ---- Removing -----------------------------------------------------------------------
 
 bool VHDatabase::removeFile(const VHFile& file, bool andCache, bool forceDelete) {
-    clearCacheForId(file.internalName);
-    VHStoreHooks::uploads().cancelUpload(file);
-    VHStoreHooks::openFiles().fileWasModified(file);
-    bool done = write([&](VHFilesTable& t) {
-        std::optional<VHFile> row = t.fileWithId(file.internalName, false);
-        uint64_t status = row ? row->status : file.status;
-        bool ok;
-        if (status != kStatusCreated && status != kStatusTemporary && !forceDelete) {
-            ok = (!row || keepShadow(t, *row)) &&
-                 t.update(
-                     "UPDATE files SET deleted = 1, status = 3 WHERE internalName = ? AND status "
-                     "!= 5",
-                     {file.internalName});
-        } else {
-            ok = t.deleteFile(file.internalName);
-            VHLog(kLogDatabase,
-                  "^^^^^ REMOVE FROM DATABASE id = %@, name = %@, shareId = %@, parentId = %@",
-                  file.internalName, file.publicName, file.shareId, file.parentId);
-        }
-        return (!file.isFile || t.deleteFileDownload(file.internalName)) && ok;
-    });
-    if (file.isFile && andCache) VHStoreHooks::cache().deleteFileCache(file);
-    VHFile removed = file;
-    removed.deleted = true;
-    refreshFile(removed);
+    beforeRemoval(file);
+    bool done = write([&](VHFilesTable& t) { return removeRows(t, file, forceDelete); });
+    afterRemoval(file, andCache);
     VHStoreHooks::uploads().uploadsAdded();
     return done;
 }
 
 bool VHDatabase::removeFolderRecursive(const VHFile& folder) {
-    bool done = true;
-    for (const VHFile& child : filesInFolder(folder.internalName, true)) {
-        done = (child.isFile ? removeFile(child, true) : removeFolderRecursive(child)) && done;
+    // Children before their folders, the folder itself last.
+    std::vector<VHFile> doomed = allFolderSiblings(folder.internalName, true);
+    std::reverse(doomed.begin(), doomed.end());
+    doomed.push_back(folder);
+    for (const VHFile& item : doomed) beforeRemoval(item);
+    bool done = write([&](VHFilesTable& t) {
+        bool all = true;
+        for (const VHFile& item : doomed) all = removeRows(t, item, false) && all;
+        return all;
+    });
+    for (const VHFile& item : doomed) afterRemoval(item, true);
+    VHStoreHooks::uploads().uploadsAdded();
+    return done;
+}
+
+void VHDatabase::beforeRemoval(const VHFile& file) {
+    clearCacheForId(file.internalName);
+    VHStoreHooks::uploads().cancelUpload(file);
+    VHStoreHooks::openFiles().fileWasModified(file);
+}
+
+bool VHDatabase::removeRows(VHFilesTable& t, const VHFile& file, bool forceDelete) {
+    std::optional<VHFile> row = t.fileWithId(file.internalName, false);
+    uint64_t status = row ? row->status : file.status;
+    bool ok;
+    if (status != kStatusCreated && status != kStatusTemporary && !forceDelete) {
+        ok = (!row || keepShadow(t, *row)) &&
+             t.update(
+                 "UPDATE files SET deleted = 1, status = 3 WHERE internalName = ? AND status "
+                 "!= 5",
+                 {file.internalName});
+    } else {
+        ok = t.deleteFile(file.internalName);
+        VHLog(kLogDatabase,
+              "^^^^^ REMOVE FROM DATABASE id = %@, name = %@, shareId = %@, parentId = %@",
+              file.internalName, file.publicName, file.shareId, file.parentId);
     }
-    return removeFile(folder, true) && done;
+    return (!file.isFile || t.deleteFileDownload(file.internalName)) && ok;
+}
+
+void VHDatabase::afterRemoval(const VHFile& file, bool andCache) {
+    if (file.isFile && andCache) VHStoreHooks::cache().deleteFileCache(file);
+    VHFile removed = file;
+    removed.deleted = true;
+    refreshFile(removed);
 }
 
 void VHDatabase::refreshFile(const VHFile& file) {
@@ -258,24 +293,42 @@ void VHDatabase::refreshFile(const VHFile& file) {
 
 // ---- Moving into another share ----------------------------------------------------------
 
-void VHDatabase::changeFilesShareIdInFolderRecursive(const VHFile& folder,
+bool VHDatabase::changeFilesShareIdInFolderRecursive(const VHFile& folder,
                                                      const std::string& newShareId) {
-    blockMap_.set(folder.internalName, "block");
-    updateFileWithId(folder.internalName, newShareId, std::string());
-    updateFileWithId(folder.internalName, newShareId, uint64_t{kStatusCreated});
-    if (std::optional<VHFile> moved = fileWithId(folder.internalName)) {
-        VHStoreHooks::uploads().upload(*moved);
-    }
-    for (const VHFile& child : filesInFolder(folder.internalName, true)) {
-        if (!child.isFile) {
-            changeFilesShareIdInFolderRecursive(child, newShareId);
-            continue;
+    struct Moved {
+        std::vector<VHFile> folders;  // as now stored, to be uploaded
+        std::vector<VHFile> files;    // as before, whose caches move
+        bool ok = true;
+    };
+    Moved moved = write([&](VHFilesTable& t) {
+        Moved found;
+        std::vector<std::string> pending{folder.internalName};
+        std::set<std::string> visited;
+        while (!pending.empty()) {
+            std::string id = pending.back();
+            pending.pop_back();
+            if (!visited.insert(id).second) continue;
+            blockMap_.set(id, "block");
+            found.ok = moveIntoShare(t, id, newShareId, true) && found.ok;
+            if (std::optional<VHFile> row = t.fileWithId(id, false)) found.folders.push_back(*row);
+            for (VHFile& child : t.filesInFolder(id, true).value_or(std::vector<VHFile>{})) {
+                if (!child.isFile) {
+                    pending.push_back(child.internalName);
+                    continue;
+                }
+                found.ok = moveIntoShare(t, child.internalName, newShareId, false) && found.ok;
+                found.files.push_back(std::move(child));
+            }
         }
-        updateFileWithId(child.internalName, newShareId, uint64_t{kStatusCreated});
+        return found;
+    });
+    for (const VHFile& movedFolder : moved.folders) VHStoreHooks::uploads().upload(movedFolder);
+    for (const VHFile& child : moved.files) {
         VHStoreHooks::cache().moveFileCache(child.internalName, child.internalName, child.shareId,
                                             newShareId);
     }
     clearCacheForId(folder.internalName);
+    return moved.ok;
 }
 
 }  // namespace vh

@@ -1,8 +1,7 @@
 #include "store/VHDatabaseSchema.h"
 
-#include <cstdlib>
-
 #include "lib/VHAppInfo.h"
+#include "lib/VHFatalError.h"
 #include "lib/VHLog.h"
 #include "lib/VHSqlite.h"
 #include "store/VHDatabase.h"
@@ -64,18 +63,32 @@ const UpgradeStep kUpgradeSteps[] = {
 
 }  // namespace
 
-void VHDatabaseSchema::createDatabase(const std::string& path) {
+bool VHDatabaseSchema::createDatabase(const std::string& path) {
     VHSqlite db;
     if (!db.open(path, VHSqlite::Mode::ReadWriteCreate) || !verifyConnection(db)) {
         VHLog(kLogDatabase, "Cannot create and/or open database!");
-        std::exit(10);
+        VHReportFatalError(kExitDatabaseFailure);
+        return false;
     }
+    useWriteAheadLog(db);
     if (!db.execScript(kCreateScript)) {
         VHLog(kLogDatabase, "Failed to initialize table: query execution failed. Error %@",
               db.lastError());
-        std::exit(10);
+        VHReportFatalError(kExitDatabaseFailure);
+        return false;
     }
     insertVersionRow(db);
+    return true;
+}
+
+bool VHDatabaseSchema::useWriteAheadLog(VHSqlite& db) {
+    VHSqliteStatement* s = db.prepare("PRAGMA journal_mode=WAL");
+    std::string mode = s && s->step() == VHSqliteStatement::Step::Row ? s->columnText(0) : "";
+    if (s) s->reset();
+    if (mode == "wal") return true;
+    VHLog(kLogDatabase, "Warning! Cannot switch the database to write-ahead logging: %@",
+          mode.empty() ? db.lastError() : mode);
+    return false;
 }
 
 bool VHDatabaseSchema::verifyConnection(VHSqlite& db) {

@@ -9,9 +9,13 @@ class VHSqlite;
 
 class VHDatabaseSchema {
   public:
-    // Creates the file with the current schema and its version row. Ends the
-    // process with status 10 when it cannot be created or the script fails.
-    static void createDatabase(const std::string& path);
+    // Creates the file with the current schema and its version row, in
+    // write-ahead-log mode. When it cannot be created or the script fails, the
+    // fatal failure 10 is reported and the result is false.
+    static bool createDatabase(const std::string& path);
+    // "PRAGMA journal_mode=WAL": readers then never wait for the writer. The
+    // mode is kept in the file; false (logged) when it did not take.
+    static bool useWriteAheadLog(VHSqlite& db);
     // Reads the version row and upgrades when it is older. A failing query is
     // logged and leaves the database as it is.
     static void checkDatabaseVersion(VHSqlite& db);

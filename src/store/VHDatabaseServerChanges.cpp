@@ -1,23 +1,20 @@
-// Server changes: catch-up pages and realtime events applied to the rows.
-//
-// A batch runs in three steps so that no lock is held while a hook runs: the
-// upload queue is asked about every item first, then the rows are changed
-// (under the writer lock, in one exclusive transaction from 3 items on), and
-// last the queue, the content cache and the file manager hear what happened.
+// The rules by which one item of the server's journal changes the rows: what
+// the server says wins, except over local changes not uploaded yet. Runs on
+// the database thread inside a batch (VHDatabasePages.cpp); the effects are
+// announced once the batch has committed.
 #include <cmath>
 #include <set>
 
 #include "lib/VHLog.h"
 #include "store/VHDatabaseAccess.h"
+#include "store/VHDatabaseServerEffects.h"
 #include "store/VHStoreHooks.h"
 
 namespace vh {
 
 namespace {
 
-constexpr size_t kTransactionThreshold = 3;
-// Items per hand-over inside a transaction: readers get the thread between.
-constexpr size_t kItemsPerHandOver = 256;
+constexpr size_t kPathsDroppedOneByOne = 1000;
 
 bool sameWholeSecond(VHDate a, VHDate b) {
     return std::floor(a.seconds) == std::floor(b.seconds);
@@ -30,96 +27,14 @@ bool lockDiffers(const VHFile& a, const VHFile& b) {
 
 }  // namespace
 
-struct VHDatabase::ServerItem {
-    VHFile server;
-    bool busy = false;         // an upload operation works on it
-    bool unconfirmed = false;  // sent, not yet confirmed
-};
-
-struct VHDatabase::ServerEffects {
-    std::set<std::string> touched;
-    std::set<std::string> folders;
-    std::set<std::string> deletedFolders;
-    std::vector<VHFile> confirmed;
-    std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
-    std::vector<VHFile> deleted;
-};
-
-void VHDatabase::updateFiles(const OSXCatchUpResponse& update, const ManagedShare& share) {
-    applyJournal(update.VhVirtualFiles.value_or(std::vector<VHVirtualFile>{}), share,
-                 update.LargestTick);
-}
-
-void VHDatabase::applyCatchUpPage(OSXCatchUpResponse page, ManagedShare share,
-                                  std::function<void(bool applied)> done) {
-    updateFiles(page, share);
-    done(true);
-}
-
-void VHDatabase::updateFile(const VHVirtualFile& item, const ManagedShare& share) {
-    applyJournal({item}, share, static_cast<int64_t>(item.ShareTick));
-}
-
-void VHDatabase::applyJournal(std::vector<VHVirtualFile> items, const ManagedShare& share,
-                              int64_t tick) {
-    ManagedShare current = storage_.shareWithId(share.shareId()).value_or(share);
-    VHLog(kLogDatabase, "Updating share %@ from tick %d to tick %d. Files in update %d.",
-          current.shareId(), current.LastApplyedJournalTick, tick, items.size());
-    if (current.isSubfolderShare()) prepareSubfolderShareItems(items, current);
-    updateFiles(items, current);
-    storage_.setShareJournalTick(current.shareId(), tick, VHDate::now());
-    storage_.saveDelayed();
-}
-
-void VHDatabase::prepareSubfolderShareItems(std::vector<VHVirtualFile>& items,
-                                            const ManagedShare& share) {
-    VHLog(kLogDatabase, ">>>>>>>>>>>> found subfolder share: %@ virtualFiles: %li", share.shareId(),
-          items.size());
-    for (VHVirtualFile& item : items) {
-        item.ParentShareId = share.ParentShareId;
-        VHLog(kLogDatabase, ">>>>>>>>>>>> adding parentShareId: %@ to: %@",
-              share.ParentShareId.value_or(""), item.PublicName.value_or(""));
-        // Top items keep the shared folder's id as their parent: the drive lists a
-        // subfolder share's root by its InternalName.
-        item.ShareId = share.ShareId;
+void VHDatabase::applyServerItem(VHFilesTable& t, const VHVirtualFile& item,
+                                 const std::string& shareId, ServerEffects& effects) {
+    VHFile server = VHFile::fromVirtualFile(item);
+    if (server.shareId.empty()) server.shareId = shareId;
+    // Asked now, not when the batch was queued: an upload may have started since.
+    if (VHStoreHooks::uploads().existsOperationOnFileWithInternalName(server.internalName)) {
+        return;  // a later catch-up brings it again
     }
-}
-
-void VHDatabase::updateFiles(const std::vector<VHVirtualFile>& items, const ManagedShare& share) {
-    std::vector<ServerItem> batch;
-    batch.reserve(items.size());
-    for (const VHVirtualFile& item : items) {
-        ServerItem entry{VHFile::fromVirtualFile(item)};
-        if (entry.server.shareId.empty()) entry.server.shareId = share.shareId();
-        entry.busy = VHStoreHooks::uploads().existsOperationOnFileWithInternalName(
-            entry.server.internalName);
-        entry.unconfirmed = !entry.busy && VHStoreHooks::uploads().uploadUnconfirmed(entry.server);
-        batch.push_back(std::move(entry));
-    }
-    VHShutdownBlocker block(shutdown_);
-    ServerEffects effects;
-    if (batch.size() >= kTransactionThreshold) {
-        std::lock_guard lock(writerMutex_);
-        read([](VHFilesTable& t) { return t.update("BEGIN EXCLUSIVE TRANSACTION"); });
-        for (size_t first = 0; first < batch.size(); first += kItemsPerHandOver) {
-            size_t last = std::min(batch.size(), first + kItemsPerHandOver);
-            read([&](VHFilesTable& t) {
-                for (size_t i = first; i < last; ++i) applyServerItem(t, batch[i], effects);
-            });
-        }
-        read([](VHFilesTable& t) { return t.update("COMMIT TRANSACTION"); });
-    } else {
-        for (ServerItem& entry : batch) {
-            write([&](VHFilesTable& t) { applyServerItem(t, entry, effects); });
-        }
-    }
-    announceServerEffects(effects);
-}
-
-// Runs on the database thread; it may use read-only lookups but no hook.
-void VHDatabase::applyServerItem(VHFilesTable& t, ServerItem& entry, ServerEffects& effects) {
-    VHFile& server = entry.server;
-    if (entry.busy) return;  // a later catch-up brings it again
     if (server.internalName.empty() || server.parentId.empty()) {
         VHLog(kLogDatabase,
               "Warning! No internal name or parent id for the file %@ (%@, %@). Ignoring it.",
@@ -133,7 +48,8 @@ void VHDatabase::applyServerItem(VHFilesTable& t, ServerItem& entry, ServerEffec
     } else if (!local) {
         insertServerItem(t, server, effects);
     } else {
-        applyServerUpdate(t, entry, *local, effects);
+        bool unconfirmed = VHStoreHooks::uploads().uploadUnconfirmed(server);
+        applyServerUpdate(t, std::move(server), unconfirmed, *local, effects);
     }
 }
 
@@ -148,9 +64,8 @@ void VHDatabase::insertServerItem(VHFilesTable& t, const VHFile& server, ServerE
     effects.folders.insert(server.parentId);
 }
 
-void VHDatabase::applyServerUpdate(VHFilesTable& t, ServerItem& entry, VHFile local,
+void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfirmed, VHFile local,
                                    ServerEffects& effects) {
-    VHFile& server = entry.server;
     if (std::optional<ManagedShare> sub = getSubshareForFile(local)) {
         server.shareId = sub->shareId();
         server.parentShareId = sub->ParentShareId.value_or("");
@@ -167,7 +82,7 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, ServerItem& entry, VHFile lo
     }
     bool sameTime = sameWholeSecond(local.modifyTime, server.modifyTime);
     bool sameName = local.publicName == server.publicName;
-    if (entry.unconfirmed) {
+    if (unconfirmed) {
         if (sameTime && sameName) effects.confirmed.push_back(server);
     } else if ((local.status == kStatusModified || local.status == kStatusChanged) &&
                !(sameTime && sameName)) {
@@ -221,8 +136,16 @@ void VHDatabase::replaceRow(VHFilesTable& t, const VHFile& file) {
     t.addFile(file, kStatusSynchronized);
 }
 
+void VHDatabase::dropCachedPaths(const std::set<std::string>& ids) {
+    // Dropping paths one by one costs more than resolving them again.
+    if (ids.size() > kPathsDroppedOneByOne) {
+        clearAllPathCaches();
+        return;
+    }
+    for (const std::string& id : ids) clearCacheForId(id);
+}
+
 void VHDatabase::announceServerEffects(const ServerEffects& effects) {
-    for (const std::string& id : effects.touched) clearCacheForId(id);
     for (const VHFile& file : effects.confirmed) VHStoreHooks::uploads().confirmUpload(file);
     for (const auto& [file, serverTick] : effects.outdated) {
         if (VHStoreHooks::cache().hasCompleteCache(file)) {

@@ -22,4 +22,8 @@ void VHDatabaseThread::runBlocking(const std::function<void()>& fn) {
     QMetaObject::invokeMethod(context_, fn, Qt::BlockingQueuedConnection);
 }
 
+void VHDatabaseThread::post(std::function<void()> fn) {
+    QMetaObject::invokeMethod(context_, std::move(fn), Qt::QueuedConnection);
+}
+
 }  // namespace vh

@@ -1,7 +1,6 @@
 // The database thread: a QThread with its own event loop on which every
-// statement of the metadata database runs. A caller hands a function over
-// and blocks until the thread has run it; a caller already on the thread
-// runs it directly.
+// change of the metadata database runs, one job after another in the order
+// they were handed over (first in, first out).
 #pragma once
 
 #include <QThread>
@@ -22,7 +21,8 @@ class VHDatabaseThread {
 
     bool isCurrent() const { return QThread::currentThread() == &thread_; }
 
-    // Runs `fn` on the database thread and returns its result.
+    // Runs `fn` on the database thread and returns its result; the caller
+    // blocks until then. On the database thread itself `fn` runs at once.
     template <typename Fn>
     auto run(Fn&& fn) -> std::invoke_result_t<Fn&> {
         using Result = std::invoke_result_t<Fn&>;
@@ -34,6 +34,10 @@ class VHDatabaseThread {
             return std::move(*result);
         }
     }
+
+    // Queues `fn` behind everything handed over so far and returns at once,
+    // also on the database thread.
+    void post(std::function<void()> fn);
 
   private:
     void runBlocking(const std::function<void()>& fn);

@@ -48,10 +48,22 @@ bool VHFilesTable::update(const std::string& sql, const std::vector<VHSqlValue>&
         VHLog(kLogDatabase, "Warning! Cannot connect to the database to update it!");
         return false;
     }
-    if (db_->run(sql, values)) return true;
+    if (injectedFault(sql)) return false;
+    if (db_->run(sql, values)) {
+        if (journal_ && journal_->recording) journal_->recorded.emplace_back(sql, values);
+        return true;
+    }
     VHLog(kLogDatabase, "Update query %@ failed: %@", sql, db_->lastError());
+    if (journal_) ++journal_->failures;
     db_->prepare(sql);  // resets it: a write that failed half-way must not keep its locks
     return false;
+}
+
+bool VHFilesTable::injectedFault(const std::string& sql) {
+    if (!journal_ || !journal_->fault || !journal_->fault(sql)) return false;
+    VHLog(kLogDatabase, "Update query %@ failed: %@", sql, "fault injected by a test");
+    ++journal_->failures;
+    return true;
 }
 
 VHSqliteStatement* VHFilesTable::select(const std::string& sql,
@@ -67,6 +79,7 @@ VHSqliteStatement* VHFilesTable::select(const std::string& sql,
 
 void VHFilesTable::selectFailed(const std::string& sql) {
     VHLog(kLogDatabase, "Select query %@ failed: %@", sql, db_->lastError());
+    if (journal_) ++journal_->failures;
 }
 
 std::optional<std::vector<VHFile>> VHFilesTable::files(const std::string& sql,
@@ -76,11 +89,9 @@ std::optional<std::vector<VHFile>> VHFilesTable::files(const std::string& sql,
     std::vector<VHFile> rows;
     VHSqliteStatement::Step step;
     while ((step = s->step()) == VHSqliteStatement::Step::Row) rows.push_back(VHFile::fromRow(*s));
-    if (step == VHSqliteStatement::Step::Error) {
-        selectFailed(sql);
-        return std::nullopt;
-    }
+    if (step == VHSqliteStatement::Step::Error) selectFailed(sql);
     s->reset();
+    if (step == VHSqliteStatement::Step::Error) return std::nullopt;
     return rows;
 }
 

@@ -1,8 +1,8 @@
-// The statements of the metadata database, run on the database thread over
-// its one connection. Nothing here locks or calls a hook: VHDatabase takes
-// the writer lock and hands the work over. A failed statement is logged
-// ("Update query %@ failed: %@", "Select query %@ failed: %@") and gives
-// false or nothing.
+// The statements of the metadata database over one connection: the write
+// connection on the database thread, or a thread's own read-only one. Nothing
+// here locks, waits or calls a hook. A failed statement is logged ("Update
+// query %@ failed: %@", "Select query %@ failed: %@") and gives false or
+// nothing; with a journal it is also counted there.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +12,16 @@
 
 #include "lib/VHSqlite.h"
 #include "store/VHFile.h"
+#include "store/VHStatementJournal.h"
 
 namespace vh {
 
 class VHFilesTable {
   public:
-    // `db` is null when the connection could not be opened.
-    explicit VHFilesTable(VHSqlite* db) : db_(db) {}
+    // `db` is null when the connection could not be opened. `journal`, when
+    // given, must outlive the table.
+    explicit VHFilesTable(VHSqlite* db, VHStatementJournal* journal = nullptr)
+        : db_(db), journal_(journal) {}
 
     // ---- Primitives by result type ----
     bool update(const std::string& sql, const std::vector<VHSqlValue>& values = {});
@@ -58,8 +61,10 @@ class VHFilesTable {
   private:
     VHSqliteStatement* select(const std::string& sql, const std::vector<VHSqlValue>& values);
     void selectFailed(const std::string& sql);
+    bool injectedFault(const std::string& sql);
 
     VHSqlite* db_;
+    VHStatementJournal* journal_;
 };
 
 // Binding helpers: dates as seconds since 1970, flags as 0 or 1.

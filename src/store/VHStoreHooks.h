@@ -3,6 +3,23 @@
 // start-up; until then (and in tools that have no such layer) the store talks
 // to a do-nothing implementation. Every method may be called from any thread,
 // with no lock of the store held.
+//
+// The database thread. A batch of server changes calls
+// existsOperationOnFileWithInternalName and uploadUnconfirmed on the database
+// thread, for each item as it is applied, with the batch's transaction open.
+// Any other hook lands there too when an implementation called there changes
+// the store. There an implementation may call the store (the call runs at
+// once, inside the batch) but must never wait for another thread that may
+// itself be waiting for the store: no lock that a thread holds while it calls
+// the store, no blocking hand-over to such a thread; and it should be quick,
+// since every change of the store waits meanwhile.
+//
+// The effects thread. Once a batch has committed, confirmUpload,
+// hasCompleteCache, deleteFileCache, deleteFileDownload and
+// refreshFinderFolders are called on the store's effects thread, one batch
+// after another. There an implementation may call the store and take its own
+// locks, but must not wait for the main thread: unloading the store waits
+// for the effects thread.
 #pragma once
 
 #include <string>

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "lib/VHFatalError.h"
 #include "lib/VHPaths.h"
 #include "store/VHPropertyList.h"
 #include "support/VHStoreTestSupport.h"
@@ -67,10 +68,13 @@ TEST(VHDatabaseSchema, Version10IsUpgradedOnLoad) {
     std::optional<VHFile> old = VHDatabase::database().fileWithId("f1");
     VHDatabase::database().unload();
 
+    EXPECT_EQ(fs::status(VHPaths::metadataDir()).permissions() & fs::perms::all,
+              fs::perms::owner_all);  // nobody else reads the metadata
     VHSqlite sql;
     ASSERT_TRUE(sql.open(dbFile(), VHSqlite::Mode::ReadOnly));
     EXPECT_EQ(text(sql, "SELECT dbVersion FROM db_metadata"), "1.3");
     EXPECT_EQ(text(sql, "SELECT COUNT(*) FROM db_metadata"), "1");
+    EXPECT_EQ(text(sql, "PRAGMA journal_mode"), "wal");  // readers never wait for the writer
     std::vector<std::string> files = columns(sql, "files");
     ASSERT_EQ(files.size(), 25u);
     EXPECT_EQ(std::vector<std::string>(files.begin() + 19, files.end()),
@@ -113,22 +117,7 @@ TEST(VHDatabaseSchema, EmptyFileIsCreatedAfreshAndUnknownVersionLeftAlone) {
     EXPECT_FALSE(log.contains("upgraded to the latest version"));
 }
 
-TEST(VHDatabaseSchemaDeathTest, FolderOccupiedByAFileEndsWith100) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    fs::create_directories(VHPaths::stateHome());
-    std::ofstream(VHPaths::metadataDir()) << "in the way";
-    EXPECT_EXIT(VHDatabase::database().load(), testing::ExitedWithCode(100),
-                "Unknown file exists at cache directory location");
-}
-
-TEST(VHDatabaseSchemaDeathTest, UnreadableDatabaseEndsWith10) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    fs::create_directories(VHPaths::metadataDir());
-    std::ofstream(dbFile()) << std::string(4096, 'x');
-    EXPECT_EXIT(VHDatabase::database().load(), testing::ExitedWithCode(10),
-                "Cannot open database or connection is broken!");
-}
-
+// Without a handler (tools, tests) the process ends with the status.
 TEST(VHDatabaseSchemaDeathTest, UncreatableDatabaseEndsWith10) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     fs::create_directories(VHPaths::metadataDir());
@@ -137,6 +126,31 @@ TEST(VHDatabaseSchemaDeathTest, UncreatableDatabaseEndsWith10) {
     fs::create_symlink("/nonexistent/folder/files.db", dbFile(), made);
     EXPECT_EXIT(VHDatabase::database().load(), testing::ExitedWithCode(10),
                 "Cannot create and/or open database!");
+}
+
+// With a handler installed (the application's), a fatal failure is reported
+// and the call fails; the process is not ended under the caller's feet.
+void loadReports(int expected) {
+    int reported = 0;
+    VHSetFatalErrorHandler([&](int status) { reported = status; });
+    bool loaded = VHDatabase::database().load();
+    std::_Exit(!loaded && reported == expected ? 0 : 1);
+}
+
+TEST(VHDatabaseSchemaDeathTest, FolderFailureIsReportedAndFailsTheLoad) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    fs::create_directories(VHPaths::stateHome());
+    std::ofstream(VHPaths::metadataDir()) << "in the way";
+    EXPECT_EXIT(loadReports(kExitDataFolderFailure), testing::ExitedWithCode(0),
+                "Unknown file exists at cache directory location");
+}
+
+TEST(VHDatabaseSchemaDeathTest, DatabaseFailureIsReportedAndFailsTheLoad) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    fs::create_directories(VHPaths::metadataDir());
+    std::ofstream(dbFile()) << std::string(4096, 'x');
+    EXPECT_EXIT(loadReports(kExitDatabaseFailure), testing::ExitedWithCode(0),
+                "Cannot open database or connection is broken!");
 }
 
 TEST(VHDatabaseSchema, FirstGenerationUploadsAreRescued) {

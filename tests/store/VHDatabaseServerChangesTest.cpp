@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <thread>
 
 #include "support/VHStoreTestSupport.h"
 
@@ -178,35 +177,6 @@ TEST_F(VHServerChangesTest, SubfolderShareItemsBelongToIt) {
     EXPECT_EQ(db().getSubshareForFile(*a)->shareId(), "sub");
     EXPECT_EQ(db().fullFilePathsForFile(*a),
               (std::vector<std::string>{"/Share/team/a2.txt", "/Team/a2.txt"}));
-}
-
-// A reader elsewhere holds files.db, so the first statement that needs to
-// write waits and fails: with 3 items that is the transaction's begin, with
-// 2 the first insert. The reader lets go once the failure is logged.
-TEST_F(VHServerChangesTest, ThreeOrMoreItemsRunInOneExclusiveTransaction) {
-    for (int n : {2, 3}) {
-        VHLogRecorder log;
-        VHSqlite reader;
-        ASSERT_TRUE(reader.open(db().databasePath(), VHSqlite::Mode::ReadOnly));
-        ASSERT_TRUE(reader.execScript("BEGIN; SELECT COUNT(*) FROM files;"));
-        std::thread release([&] {
-            auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-            while (!log.contains("failed") && std::chrono::steady_clock::now() < deadline) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            }
-            reader.execScript("COMMIT;");
-        });
-        std::vector<VHVirtualFile> items;
-        for (int i = 0; i < n; ++i) {
-            items.push_back(serverItem("n" + std::to_string(n) + std::to_string(i), "s1",
-                                       "n" + std::to_string(n) + std::to_string(i)));
-        }
-        apply(items);
-        release.join();
-        std::string failure = log.first("failed");
-        EXPECT_EQ(failure.find("Update query BEGIN EXCLUSIVE TRANSACTION") == 0, n == 3) << failure;
-        EXPECT_EQ(failure.find("Update query INSERT INTO files") == 0, n == 2) << failure;
-    }
 }
 
 }  // namespace

@@ -88,6 +88,8 @@ class VHStoreTest : public testing::Test {
         db().updateShares(response, makeDomain("d1"));
     }
     void TearDown() override {
+        db().setStatementFaultForTesting({});
+        db().setSliceGateForTesting({});
         db().unload();
         VHStoreHooks::setUploads(nullptr);
         VHStoreHooks::setOpenFiles(nullptr);

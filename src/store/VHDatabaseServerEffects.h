@@ -1,0 +1,24 @@
+// What applying server items did, for the hooks that follow the commit;
+// included only by VHDatabase's own sources.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "store/VHDatabase.h"
+
+namespace vh {
+
+struct VHDatabase::ServerEffects {
+    std::set<std::string> touched;  // items whose cached paths go
+    std::set<std::string> folders;  // to refresh in the file manager
+    std::set<std::string> deletedFolders;
+    std::vector<VHFile> confirmed;                      // uploads the journal confirmed
+    std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
+    std::vector<VHFile> deleted;
+};
+
+}  // namespace vh

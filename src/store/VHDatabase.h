@@ -24,15 +24,17 @@
 // Failures are logged and become false, nothing or an empty list. A lookup
 // that finds no row returns nothing.
 //
-// Hooks of VHStoreHooks run after the job, on the caller's thread, with no
-// lock of the store held, so a hook may call back into the store. A batch of
-// server changes asks the upload queue on the database thread and announces
-// its effects on the effects thread (VHStoreHooks.h says what that means).
+// Hooks of VHStoreHooks run before or after the job, on the caller's thread,
+// with no lock of the store held, so a hook may call back into the store. A
+// batch of server changes asks the upload queue on the database thread and
+// announces its effects on the effects thread (VHStoreHooks.h says what that
+// means).
 //
-// Locks: each lock of the store (the database path's here, the reader
-// connections', VHMetadataStorage's, the path caches', the string maps') is
-// held only for its own bookkeeping: none is held while another of them is
-// taken, while a job is waited for, or while a hook runs.
+// Locks: each lock of the store (the database path's here, the write
+// queue's, the reader connections', VHMetadataStorage's, the path caches',
+// the string maps') is held only for its own bookkeeping: none is held while
+// a job is waited for or a hook runs, and none is taken while another is held
+// (except inside VHMetadataStorage, which takes its save lock first).
 #pragma once
 
 #include <atomic>

@@ -18,8 +18,9 @@
 // hasCompleteCache, deleteFileCache, deleteFileDownload and
 // refreshFinderFolders are called on the store's effects thread, one batch
 // after another. There an implementation may call the store and take its own
-// locks, but must not wait for the main thread: unloading the store waits
-// for the effects thread.
+// locks, but must not wait for the main thread (unloading the store waits for
+// the effects thread) nor call the blocking updateFiles or updateFile (their
+// effects would wait for this thread).
 #pragma once
 
 #include <string>

@@ -71,8 +71,7 @@ void fillItem(struct stat* st, const VHFile& file) {
     fillTimes(st, file.modifyTime, file.accessTime, file.createTime);
     if (file.isFile) {
         st->st_size = static_cast<off_t>(file.fileSize);
-        // The remainder, not a block count: the value the drive has always reported.
-        st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) % 512);
+        st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) / 512);
     }
 }
 
@@ -91,7 +90,9 @@ int getattr(const char* rawPath, struct stat* st) {
         fillSpecial(st);
         return 0;
     }
-    if (VHFuseUtils::isRootPath(path)) return lstat(VHFileCache::filesCachePath().c_str(), st);
+    if (VHFuseUtils::isRootPath(path)) {
+        return lstat(VHFileCache::filesCachePath().c_str(), st) == 0 ? 0 : -errno;
+    }
     VHDatabase& db = VHDatabase::database();
     if (VHFuseUtils::isSharePath(path)) {
         auto share = db.shareWithPath(path);
@@ -130,7 +131,7 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
 
 int varnholt_statfs(const char* path, struct statvfs* st) {
     return VHFuseGuard(__func__, [&] {
-        int result = statvfs(VHFileCache::rootCachePath().c_str(), st);
+        int result = statvfs(VHFileCache::rootCachePath().c_str(), st) == 0 ? 0 : -errno;
         VHLog(kLogDrive, "%s:%s", "varnholt_statfs", path);
         if (result != 0) return result;
         int64_t used = VHDatabase::database().totalFileSize();

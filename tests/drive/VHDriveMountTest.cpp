@@ -37,6 +37,10 @@ class VHDriveMountTest : public testing::Test {
         VHFileCache::resetForTests();
         mountPath_ = VHCurrentTestHome() + "/Varnholt";
     }
+    void TearDown() override {
+        VHDatabase::database().unload();
+        VHFileCache::resetForTests();
+    }
 
     // Two shares: nested folders, files of several sizes, a file locked by
     // another user, and names the drive must not list.
@@ -86,11 +90,11 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     auto stat = [&](const std::string& p) {
         return VHRun("stat -c '%a %s %b %Y %F' '" + m + p + "'");
     };
-    EXPECT_EQ(stat("/Alpha/docs/report.txt"), "600 1000 487 1700000204 regular file\n");
-    EXPECT_EQ(stat("/Alpha/docs/deep/half.bin"), "600 512 511 1700000205 regular file\n");
-    EXPECT_EQ(stat("/Alpha/empty.txt"), "600 0 511 1700000203 regular empty file\n");
-    EXPECT_EQ(stat("/Alpha/docs/deep/big.bin"), "600 52428800 511 1700000206 regular file\n");
-    EXPECT_EQ(stat("/Alpha/docs/locked.docx"), "444 10 9 1700000207 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/report.txt"), "600 1000 2 1700000204 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/deep/half.bin"), "600 512 1 1700000205 regular file\n");
+    EXPECT_EQ(stat("/Alpha/empty.txt"), "600 0 0 1700000203 regular empty file\n");
+    EXPECT_EQ(stat("/Alpha/docs/deep/big.bin"), "600 52428800 102400 1700000206 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/locked.docx"), "444 10 1 1700000207 regular file\n");
     EXPECT_EQ(stat("/Alpha/docs"), "700 0 0 1700000201 directory\n");
     EXPECT_EQ(VHRun("stat -c '%a %F %s' '" + m + "/Alpha'"), "700 directory 0\n");
     EXPECT_EQ(VHRun("stat -c '%u:%g' '" + m + "/Alpha/empty.txt'"),
@@ -129,6 +133,21 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_TRUE(drive.unmount());
     EXPECT_TRUE(unmounted);
     EXPECT_EQ(VHRun("grep -c ' " + m + " ' /proc/mounts"), "0\n");
+}
+
+TEST_F(VHDriveMountTest, FailuresOfTheLocalFoldersReachTheKernelAsTheirErrno) {
+    fillStore();
+    // Attributes are asked for at every call, so the root's answer is fresh.
+    VHTestDrive drive(mountPath_, "fsname=Varnholt,subtype=varnholt,attr_timeout=0");
+    const std::string m = drive.path();
+    ASSERT_EQ(VHRun("stat -c '%F' '" + m + "'"), "directory\n");
+    ASSERT_FALSE(VHRun("stat -f -c '%b' '" + m + "'").empty());
+
+    VHRemoveTree(VHFileCache::filesCachePath());
+    EXPECT_NE(VHRun("stat '" + m + "'", true).find("No such file or directory"), std::string::npos);
+    VHRemoveTree(VHFileCache::rootCachePath());
+    EXPECT_NE(VHRun("stat -f '" + m + "'", true).find("No such file or directory"),
+              std::string::npos);
 }
 
 TEST_F(VHDriveMountTest, MountPointFailuresGiveTheirCodes) {

@@ -54,18 +54,22 @@ void fillSpecial(struct stat* st) {
     fillTimes(st, now, now, now);
 }
 
+constexpr mode_t kWriteBits = 0222;
+
 void fillShare(struct stat* st, const ManagedShare& share) {
-    fillCommon(st, S_IFDIR | 0700);
+    fillCommon(st, S_IFDIR | (share.isReadonlyShare() ? 0500 : 0700));
     VHDate modified = share.ModificationDate.value_or(VHDate::distantPast());
     fillTimes(st, modified, modified, share.CreationDate.value_or(VHDate::distantPast()));
 }
 
-void fillItem(struct stat* st, const VHFile& file) {
+// `readOnly`: the item lies in a share the user may only read.
+void fillItem(struct stat* st, const VHFile& file, bool readOnly) {
     mode_t mode = static_cast<mode_t>(file.permissions & 0xFFF);
     // Linux has no immutable flag to report: a file that another user holds
     // locked shows without write permission instead.
-    if (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file)) {
-        mode &= ~static_cast<mode_t>(0222);
+    if (readOnly ||
+        (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file))) {
+        mode &= ~kWriteBits;
     }
     fillCommon(st, mode | (file.isFile ? S_IFREG : S_IFDIR));
     fillTimes(st, file.modifyTime, file.accessTime, file.createTime);
@@ -106,7 +110,8 @@ int getattr(const char* rawPath, struct stat* st) {
         return notFound(rawPath);
     }
     if (file->deleted) return notFound(rawPath);
-    fillItem(st, *file);
+    auto share = db.metadataStorage().shareWithFilePath(path);
+    fillItem(st, *file, share && share->isReadonlyShare());
     return 0;
 }
 
@@ -120,9 +125,12 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
             return getattr(folder->path.c_str(), st);
         }
         if (auto* open = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi))) {
-            auto file = VHDatabase::database().fileWithId(open->fileId());
+            VHDatabase& db = VHDatabase::database();
+            auto file = db.fileWithId(open->fileId());
             if (!file || file->deleted) return -ENOENT;
-            fillItem(st, *file);
+            // Without its path (deleted while open) the record's own share decides.
+            auto share = db.shareForFile(*file);
+            fillItem(st, *file, share && share->isReadonlyShare());
             return 0;
         }
         return -EBADF;

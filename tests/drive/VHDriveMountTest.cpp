@@ -67,7 +67,9 @@ class VHDriveMountTest : public testing::Test {
         alpha.back().Deleted = true;
         alpha.back().Tick = 14;
         VHApplyItems("s1", alpha);
-        VHApplyItems("s2", {VHTestItem("s2", "b-read", "s2", "readme.md", 42, 1)});
+        // Beta is a share the user may only read.
+        VHApplyItems("s2", {VHTestItem("s2", "b-read", "s2", "readme.md", 42, 1),
+                            VHTestItem("s2", "b-folder", "s2", "notes", std::nullopt, 2)});
     }
 
     std::string mountPath_;
@@ -84,7 +86,7 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_EQ(VHRun("cd '" + m + "' && find . | sort"),
               ".\n./Alpha\n./Alpha/docs\n./Alpha/docs/deep\n./Alpha/docs/deep/big.bin\n"
               "./Alpha/docs/deep/half.bin\n./Alpha/docs/locked.docx\n./Alpha/docs/report.txt\n"
-              "./Alpha/empty.txt\n./Beta\n./Beta/readme.md\n");
+              "./Alpha/empty.txt\n./Beta\n./Beta/notes\n./Beta/readme.md\n");
 
     // mode, size, st_blocks, mtime, type
     auto stat = [&](const std::string& p) {
@@ -97,6 +99,9 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_EQ(stat("/Alpha/docs/locked.docx"), "444 10 1 1700000207 regular file\n");
     EXPECT_EQ(stat("/Alpha/docs"), "700 0 0 1700000201 directory\n");
     EXPECT_EQ(VHRun("stat -c '%a %F %s' '" + m + "/Alpha'"), "700 directory 0\n");
+    // Nothing in a share the user may only read shows as writable.
+    EXPECT_EQ(VHRun("cd '" + m + "' && stat -c '%a %n' Beta Beta/notes Beta/readme.md"),
+              "500 Beta\n500 Beta/notes\n400 Beta/readme.md\n");
     EXPECT_EQ(VHRun("stat -c '%u:%g' '" + m + "/Alpha/empty.txt'"),
               std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "\n");
     EXPECT_EQ(VHRun("stat -c '%X' '" + m + "/Alpha/empty.txt'"), "1700000100\n");

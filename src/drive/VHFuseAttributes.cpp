@@ -97,21 +97,19 @@ int getattr(const char* rawPath, struct stat* st) {
     if (VHFuseUtils::isRootPath(path)) {
         return lstat(VHFileCache::filesCachePath().c_str(), st) == 0 ? 0 : -errno;
     }
-    VHDatabase& db = VHDatabase::database();
+    auto share = driveShareWithPath(path);
     if (VHFuseUtils::isSharePath(path)) {
-        auto share = db.shareWithPath(path);
         if (!share) return notFound(rawPath);
         fillShare(st, *share);
         return 0;
     }
-    auto file = db.fileWithPath(path);
+    auto file = share ? VHDatabase::database().fileWithPath(path) : std::nullopt;
     if (!file) {
         VHConsoleLog("Get attributes, file is not found %@.", path);
         return notFound(rawPath);
     }
     if (file->deleted) return notFound(rawPath);
-    auto share = db.metadataStorage().shareWithFilePath(path);
-    fillItem(st, *file, share && share->isReadonlyShare());
+    fillItem(st, *file, share->isReadonlyShare());
     return 0;
 }
 

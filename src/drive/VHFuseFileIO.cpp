@@ -31,12 +31,11 @@ int open(const std::string& path, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
     fi->fh = 0;
     if (isSpecialName(path)) return 0;
-    VHDatabase& db = VHDatabase::database();
     if (!VHFuseUtils::isPathIgnored(path, false) && wantsToWrite(fi->flags)) {
-        auto share = db.metadataStorage().shareWithFilePath(path);
+        auto share = driveShareWithPath(path);
         if (share && share->isReadonlyShare()) return -EACCES;
     }
-    auto file = db.fileWithPath(path);
+    auto file = driveFileWithPath(path);
     if (!file) {
         VHLog(kLogDrive, "error --> %s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
         return -ENOENT;
@@ -72,7 +71,8 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
         return -EBADF;
     }
     // Once the handle holds the complete copy, a stream of reads costs one pread each.
-    if (int fd = handle->fileDescriptor(); fd != -1) return preadOrError(fd, buffer, size, offset, path);
+    if (int fd = handle->fileDescriptor(); fd != -1)
+        return preadOrError(fd, buffer, size, offset, path);
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file || !file->isFile) {
         VHLog(kLogDrive, "%s:%@ failed : EINVAL", "varnholt_read", path);

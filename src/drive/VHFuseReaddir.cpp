@@ -22,13 +22,12 @@ constexpr size_t kMaxListedNameLength = 960;
 // The parent id whose children a share or folder path lists; empty when the
 // share or folder is unknown.
 std::string parentIdOf(const std::string& path) {
-    VHDatabase& db = VHDatabase::database();
     if (VHFuseUtils::isSharePath(path)) {
-        auto share = db.shareWithPath(path);
+        auto share = driveShareWithPath(path);
         if (!share) return "";
         return share->isSubfolderShare() ? share->internalName() : share->shareId();
     }
-    auto folder = db.fileWithPath(path);
+    auto folder = driveFileWithPath(path);
     return folder ? folder->internalName : "";
 }
 

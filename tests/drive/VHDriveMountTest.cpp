@@ -102,6 +102,10 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     // Nothing in a share the user may only read shows as writable.
     EXPECT_EQ(VHRun("cd '" + m + "' && stat -c '%a %n' Beta Beta/notes Beta/readme.md"),
               "500 Beta\n500 Beta/notes\n400 Beta/readme.md\n");
+    // Names are bytes: another case is another name.
+    EXPECT_NE(VHRun("stat '" + m + "/alpha'", true).find("No such file"), std::string::npos);
+    EXPECT_NE(VHRun("stat '" + m + "/ALPHA/empty.txt'", true).find("No such file"),
+              std::string::npos);
     EXPECT_EQ(VHRun("stat -c '%u:%g' '" + m + "/Alpha/empty.txt'"),
               std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "\n");
     EXPECT_EQ(VHRun("stat -c '%X' '" + m + "/Alpha/empty.txt'"), "1700000100\n");

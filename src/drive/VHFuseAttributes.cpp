@@ -119,6 +119,10 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
     return VHFuseGuard(__func__, [&] {
         if (path) return getattr(path, st);
         // An open folder or file: libfuse gives its handle instead of a path.
+        if (dynamic_cast<VHFuseSpecialHandle*>(VHFuseHandle::from(fi))) {
+            fillSpecial(st);
+            return 0;
+        }
         if (auto* folder = dynamic_cast<VHFuseDirectoryHandle*>(VHFuseHandle::from(fi))) {
             return getattr(folder->path.c_str(), st);
         }

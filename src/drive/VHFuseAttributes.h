@@ -15,7 +15,7 @@ inline constexpr const char* kFinderRefresh = ".vhrefresh";
 // Files folder gives (0 or -errno). Without a path, of the open folder or
 // file of the handle. st_blocks counts 512-byte blocks. Shares the user may
 // only read, and everything in them, show without write bits; so do files
-// that another user holds locked.
+// that another user holds locked. The special names are empty files, 0700.
 int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* fi);
 // The cache volume's figures, with the drive's total file size as used
 // space; -errno when the data root cannot be asked.

@@ -30,7 +30,10 @@ bool wantsToWrite(int flags) {
 int open(const std::string& path, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
     fi->fh = 0;
-    if (isSpecialName(path)) return 0;
+    if (isSpecialName(path)) {
+        (new VHFuseSpecialHandle)->storeIn(fi);
+        return 0;
+    }
     if (!VHFuseUtils::isPathIgnored(path, false) && wantsToWrite(fi->flags)) {
         auto share = driveShareWithPath(path);
         if (share && share->isReadonlyShare()) return -EACCES;
@@ -65,7 +68,9 @@ int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* pa
 
 int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) return 0;
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
         VHLog(kLogDrive, "%s:%s failed : userData is nil", "varnholt_read", path);
         return -EBADF;
@@ -129,7 +134,10 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
           struct fuse_file_info* fi) {
     VHConsoleLog("---> WRITE %@", path);
     VHLog(kLogDrive, "%s:%@ size:%zd offset:%lld", "varnholt_write", path, size, offset);
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    // Nothing is ever stored for a special name.
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) return -EACCES;
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
         VHLog(kLogDrive, "%s:%@ no userData!", "varnholt_write", path);
         return -ENOENT;
@@ -169,13 +177,17 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
 
 int release(const char* rawPath, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_release", rawPath ? rawPath : "");
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    fi->fh = 0;
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) {
+        delete opened;
+        return 0;
+    }
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
-        if (fi->fh == 0) return 0;  // the special names keep no handle
         VHLog(kLogDrive, "%s:%s : empty userData.", "varnholt_release", rawPath ? rawPath : "");
         return 0;
     }
-    fi->fh = 0;
     std::string id = handle->fileId();
     bool modified = handle->modified();
     VHDatabase& db = VHDatabase::database();

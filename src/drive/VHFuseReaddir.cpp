@@ -4,13 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseGuard.h"
 #include "drive/VHFuseHandle.h"
 #include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHNameRules.h"
-#include "lib/VHPathUtils.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -38,7 +36,6 @@ std::vector<std::string> listedNames(const std::string& path) {
             // A name from the server that cannot be one path component is not shown.
             if (VHIsSafePathComponent(share.displayName())) names.push_back(share.displayName());
         }
-        names.emplace_back(VHLastPathComponent(kFuseLockPath));
         return names;
     }
     std::string parentId = parentIdOf(path);

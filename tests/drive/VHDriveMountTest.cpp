@@ -144,6 +144,26 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_EQ(VHRun("grep -c ' " + m + " ' /proc/mounts"), "0\n");
 }
 
+TEST_F(VHDriveMountTest, TheLockFileIsAnEmptyFileThatNothingIsStoredIn) {
+    fillStore();
+    VHTestDrive drive(mountPath_);
+    const std::string lock = drive.path() + "/.fuselock";
+    auto filesFolder = [] { return VHRun("ls -a '" + VHFileCache::filesCachePath() + "'"); };
+    std::string before = filesFolder();
+    ASSERT_FALSE(before.empty());
+
+    // Opened for reading, writing or creation, it reads as empty.
+    EXPECT_EQ(VHRun("cat '" + lock + "' && echo read", true), "read\n");
+    EXPECT_EQ(VHRun(": >> '" + lock + "' && : <> '" + lock + "' && echo opened", true), "opened\n");
+    EXPECT_NE(VHRun("echo x | dd of='" + lock + "' oflag=append conv=notrunc", true)
+                  .find("Permission denied"),
+              std::string::npos);
+    EXPECT_EQ(VHRun("stat -c '%s' '" + lock + "'"), "0\n");
+    EXPECT_EQ(VHRun("ls -a '" + drive.path() + "'"), ".\n..\nAlpha\nBeta\n");
+    EXPECT_EQ(filesFolder(), before);
+    EXPECT_EQ(VHRun("cat '" + drive.path() + "/Alpha/.vhrefresh' && echo read", true), "read\n");
+}
+
 TEST_F(VHDriveMountTest, FailuresOfTheLocalFoldersReachTheKernelAsTheirErrno) {
     fillStore();
     // Attributes are asked for at every call, so the root's answer is fresh.

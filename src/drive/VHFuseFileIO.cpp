@@ -66,6 +66,16 @@ int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* pa
     return static_cast<int>(count);
 }
 
+// The handle's descriptor on the complete cache copy; -errno when it cannot be opened.
+int completeCopyDescriptor(VHFuseFileData& handle, const VHFile& file) {
+    VHMutexLock io(handle.ioMutex());
+    return handle.cacheDescriptor([&] {
+        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+        int fd = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()), 0600);
+        return fd < 0 ? -errno : fd;
+    });
+}
+
 int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
     VHFuseHandle* opened = VHFuseHandle::from(fi);
@@ -85,14 +95,8 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
     }
     if (VHDownloadQueue::downloadQueue().isFileDownloaded(*file)) {
         if (file->fileSize == 0 && !VHFileCache::fileCache().hasCompleteCache(*file)) return 0;
-        int fd = handle->fileDescriptor();
-        if (fd == -1) {
-            std::string cachePath = VHFileCache::fileCache().pathForFileCache(*file);
-            fd = ::open(cachePath.c_str(), cacheOpenFlags(handle->openFlags()), 0600);
-            if (fd < 0) return -errno;
-            handle->setFileDescriptor(fd);
-        }
-        return preadOrError(fd, buffer, size, offset, path);
+        int fd = completeCopyDescriptor(*handle, *file);
+        return fd < 0 ? fd : preadOrError(fd, buffer, size, offset, path);
     }
     if (handle->takeFailedRead(offset, size)) return -EIO;
     auto bytes = VHDownloadQueue::downloadQueue().downloadChunk(offset, size, *file, path);
@@ -104,30 +108,28 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
     return static_cast<int>(bytes->size());
 }
 
-// The handle's cache descriptor, opened on first use. A write at offset 0
-// may create the copy; anything else needs the copy to exist. Requires the
-// handle's write mutex. -errno on failure (logged).
-int cacheDescriptorForWriting(VHFuseFileData& handle, const VHFile& file, off_t offset) {
-    int fd = handle.fileDescriptor();
-    if (fd != -1) return fd;
+// Opens the cache copy for writing: a write at offset 0 may create it,
+// anything else needs it to exist. -errno on failure (logged).
+int openCopyForWriting(const VHFuseFileData& handle, const VHFile& file, off_t offset) {
     std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
     int flags = cacheOpenFlags(handle.openFlags());
-    fd = ::open(cachePath.c_str(), flags, 0600);
+    int fd = ::open(cachePath.c_str(), flags, 0600);
     if (fd < 0 && errno == ENOENT && offset == 0)
         fd = ::open(cachePath.c_str(), flags | O_CREAT, 0600);
-    if (fd < 0) {
-        int error = errno;
-        if (error == ENOENT && file.status == kStatusSynchronized) {
-            VHLog(kLogDrive, "%s: attempt to write to middle of non-downloaded file, failing",
-                  "varnholt_write");
-        } else {
-            VHLog(kLogDrive, "%s: %@ open failed: error %d", "varnholt_write", file.publicName,
-                  error);
-        }
-        return -error;
+    if (fd >= 0) return fd;
+    int error = errno;
+    if (error == ENOENT && file.status == kStatusSynchronized) {
+        VHLog(kLogDrive, "%s: attempt to write to middle of non-downloaded file, failing",
+              "varnholt_write");
+    } else {
+        VHLog(kLogDrive, "%s: %@ open failed: error %d", "varnholt_write", file.publicName, error);
     }
-    handle.setFileDescriptor(fd);
-    return fd;
+    return -error;
+}
+
+int cacheDescriptorForWriting(VHFuseFileData& handle, const VHFile& file, off_t offset)
+    VH_REQUIRES(handle.ioMutex()) {
+    return handle.cacheDescriptor([&] { return openCopyForWriting(handle, file, offset); });
 }
 
 int write(const char* path, const char* buffer, size_t size, off_t offset,
@@ -145,7 +147,7 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
     VHDatabase& db = VHDatabase::database();
     auto file = db.fileWithId(handle->fileId());
     if (!file) return -EACCES;
-    std::lock_guard lock(handle->writeMutex());
+    VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;
     ssize_t written = pwrite(fd, buffer, size, offset);
@@ -169,7 +171,7 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
     if (!handle) return -EBADF;
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file) return -EACCES;
-    std::lock_guard lock(handle->writeMutex());
+    VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;
     return ::fallocate(fd, mode, offset, length) == 0 ? 0 : -errno;

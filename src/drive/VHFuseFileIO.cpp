@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseFileData.h"
@@ -27,6 +28,31 @@ bool wantsToWrite(int flags) {
     return (flags & (O_WRONLY | O_RDWR | O_CREAT)) != 0;
 }
 
+// The cache copy is opened with the file's own access mode; creation and
+// truncation are the drive's decisions, never the kernel's flags'.
+int cacheOpenFlags(int flags) {
+    return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
+}
+
+// The kernel leaves O_TRUNC to the open: the cache copy (made when missing)
+// and the record become empty, as after a write of nothing. 0 or -errno.
+int truncateOnOpen(VHFuseFileData& handle, VHFile& file) {
+    VHMutexLock io(handle.ioMutex());
+    int fd = handle.cacheDescriptor([&] {
+        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+        int opened = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()) | O_CREAT, 0600);
+        return opened < 0 ? -errno : opened;
+    });
+    if (fd < 0) return fd;
+    if (ftruncate(fd, 0) != 0) return -errno;
+    handle.markWritten();
+    file.modifyTime = VHDate::now();
+    file.fileSize = 0;
+    VHFuseFileData::fileWasModified(file);
+    VHDatabase::database().markFileUpdated(file);
+    return 0;
+}
+
 int open(const std::string& path, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
     fi->fh = 0;
@@ -44,17 +70,15 @@ int open(const std::string& path, struct fuse_file_info* fi) {
         return -ENOENT;
     }
     struct fuse_context* context = fuse_get_context();
-    auto* handle = new VHFuseFileData(fi->flags, -1, context ? context->pid : -1);
+    auto handle = std::make_unique<VHFuseFileData>(fi->flags, -1, context ? context->pid : -1);
     handle->setFileId(file->internalName);
     VHStoreHooks::setOpenFiles(&VHFuseFileData::hooks());
-    handle->storeIn(fi);
+    bool truncates = (fi->flags & O_TRUNC) && (fi->flags & O_ACCMODE) != O_RDONLY;
+    if (truncates && file->isFile && file->fileSize > 0) {
+        if (int error = truncateOnOpen(*handle, *file)) return error;
+    }
+    handle.release()->storeIn(fi);
     return 0;
-}
-
-// The cache copy is opened with the file's own access mode; creation and
-// truncation are the drive's decisions, never the kernel's flags'.
-int cacheOpenFlags(int flags) {
-    return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
 }
 
 int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* path) {

@@ -179,6 +179,25 @@ TEST_F(VHDriveMountTest, FailuresOfTheLocalFoldersReachTheKernelAsTheirErrno) {
               std::string::npos);
 }
 
+TEST_F(VHDriveMountTest, AFileOpenedForReplacingKeepsNothingOfItsOldContents) {
+    fillStore();
+    VHDatabase& db = VHDatabase::database();
+    auto report = db.fileWithPath("/Alpha/docs/report.txt");
+    ASSERT_TRUE(report);
+    std::ofstream(VHFileCache::fileCache().pathForFileCache(*report)) << std::string(1000, 'a');
+    VHTestDrive drive(mountPath_);
+    const std::string path = drive.path() + "/Alpha/docs/report.txt";
+
+    EXPECT_EQ(VHRun("printf xy > '" + path + "' && cat '" + path + "'"), "xy");
+    EXPECT_EQ(VHRun("stat -c %s '" + path + "'"), "2\n");
+    report = db.fileWithPath("/Alpha/docs/report.txt");
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->fileSize, 2u);
+    EXPECT_EQ(report->status, kStatusModified);
+    // Opened for replacing and closed without a write, it is empty.
+    EXPECT_EQ(VHRun(": > '" + path + "' && stat -c %s '" + path + "'"), "0\n");
+}
+
 TEST_F(VHDriveMountTest, MountPointFailuresGiveTheirCodes) {
     std::vector<int> announced;
     QObject::connect(&VHDriveEvents::instance(), &VHDriveEvents::fuseMountFailed,

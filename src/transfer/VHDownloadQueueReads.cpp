@@ -26,7 +26,7 @@ std::optional<std::string> VHDownloadQueue::downloadChunk(int64_t offset, uint64
     task->waitForCompletion(
         std::chrono::steady_clock::now() +
         std::chrono::duration_cast<std::chrono::steady_clock::duration>(waitFor));
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     deleteCompletedTask(task);
     return std::move(task->data);
 }
@@ -42,7 +42,7 @@ void VHDownloadQueue::repairShare(VHFile& file, const std::string& path) {
 
 VHDownloadQueue::Task VHDownloadQueue::queueRead(const VHFile& file, VHByteRange range) {
     auto task = std::make_shared<VHFileDownloadTask>(file, range);
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     VHFileDownloadStatus& status = filesStatus_[file.internalName];
     status.file = file;
     status.lastRead = VHDate::now();
@@ -61,7 +61,7 @@ void VHDownloadQueue::deleteCompletedTask(const Task& task) {
 
 std::vector<VHDownloadQueue::Task> VHDownloadQueue::readTasksToStart() {
     std::vector<Task> toStart;
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     for (const Task& task : downloadTasks_) {
         if (runningTasks_ >= kMaxReadConnections) break;
         if (task->isCompleted) continue;
@@ -103,7 +103,7 @@ void VHDownloadQueue::processDownloadTask(const Task& task) {
 void VHDownloadQueue::deliverReads(const VHDownloadConnection& connection) {
     VHByteRange received{connection.range.location, connection.received};
     const std::string& name = connection.task->file.internalName;
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     for (const Task& task : downloadTasks_) {
         if (task->isCompleted || task->file.internalName != name) continue;
         if (!received.contains(task->range)) continue;
@@ -115,7 +115,7 @@ void VHDownloadQueue::deliverReads(const VHDownloadConnection& connection) {
 }
 
 void VHDownloadQueue::readEnded(VHDownloadConnection& connection) {
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     if (runningTasks_ > 0) --runningTasks_;
     filesStatus_[connection.task->file.internalName].downloadingChunk = false;
     // A connection that ends without its own task's bytes (failure, an error

@@ -29,7 +29,7 @@ constexpr const char* kAttrsSuffix = ".attrs";
 
 // Serialises making and dropping the instance; fileCache() reads gInstance
 // without it once the instance exists.
-std::mutex gInstanceMutex;
+VHMutex gInstanceMutex;
 std::atomic<VHFileCache*> gInstance{nullptr};
 
 // Stops the sweep thread and closes descriptors at process exit.
@@ -132,7 +132,7 @@ bool removeIfExists(const std::string& path) {
 
 VHFileCache& VHFileCache::fileCache() {
     if (VHFileCache* cache = gInstance.load(std::memory_order_acquire)) return *cache;
-    std::lock_guard lock(gInstanceMutex);
+    VHMutexLock lock(gInstanceMutex);
     if (!gInstance.load(std::memory_order_relaxed)) {
         gInstance.store(new VHFileCache(VHPaths::dataRoot()), std::memory_order_release);
     }
@@ -140,7 +140,7 @@ VHFileCache& VHFileCache::fileCache() {
 }
 
 void VHFileCache::resetForTests() {
-    std::lock_guard lock(gInstanceMutex);
+    VHMutexLock lock(gInstanceMutex);
     delete gInstance.exchange(nullptr);
 }
 
@@ -200,7 +200,7 @@ void VHFileCache::startExpirySweep() {
 
 void VHFileCache::checkExpiredCaches() {
     VHDate cutoff = VHDate::now().addingSeconds(-kExpirySeconds);
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     std::erase_if(cacheItems_, [&](const auto& entry) { return entry.second->lastRead < cutoff; });
 }
 
@@ -277,7 +277,7 @@ void VHFileCache::openCacheForItem(VHFileCacheItem& item) {
 std::optional<std::string> VHFileCache::getChunk(int64_t offset, uint64_t length,
                                                  const VHFile& file) {
     if (!safeNames({file.shareId, file.internalName})) return std::nullopt;
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     VHFileCacheItem& item = cacheItemForFile(file);
     if (item.fd < 0) return std::nullopt;
     uint64_t available = item.availableData;
@@ -299,7 +299,7 @@ std::optional<std::string> VHFileCache::getChunk(int64_t offset, uint64_t length
 
 uint64_t VHFileCache::availableDataForFile(const VHFile& file) {
     if (!safeNames({file.shareId, file.internalName})) return 0;
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return cacheItemForFile(file).availableData;
 }
 
@@ -307,7 +307,7 @@ void VHFileCache::addChunk(std::string_view data, uint64_t location, const VHFil
     if (!safeNames({file.shareId, file.internalName})) return;
     bool completed = false;
     {
-        std::lock_guard lock(mutex_);
+        VHMutexLock lock(mutex_);
         completed = writeChunk(cacheItemForFile(file), data, location, file);
     }
     if (!completed) return;

@@ -19,12 +19,12 @@
 #include <QThread>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
+#include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
 #include "store/VHStoreHooks.h"
@@ -115,13 +115,13 @@ class VHFileCache final : public VHCacheFiles {
     void startExpirySweep();
     void checkExpiredCaches();
 
-    // The item of `file`, made and opened when absent. Requires mutex_.
-    VHFileCacheItem& cacheItemForFile(const VHFile& file);
-    void openCacheForItem(VHFileCacheItem& item);
-    // True when the chunk completed the file. Require mutex_.
+    // The item of `file`, made and opened when absent.
+    VHFileCacheItem& cacheItemForFile(const VHFile& file) VH_REQUIRES(mutex_);
+    void openCacheForItem(VHFileCacheItem& item) VH_REQUIRES(mutex_);
+    // True when the chunk completed the file.
     bool writeChunk(VHFileCacheItem& item, std::string_view data, uint64_t location,
-                    const VHFile& file);
-    bool completeDownload(VHFileCacheItem& item, const VHFile& file);
+                    const VHFile& file) VH_REQUIRES(mutex_);
+    bool completeDownload(VHFileCacheItem& item, const VHFile& file) VH_REQUIRES(mutex_);
 
     // Set once by the constructor, then read-only.
     std::string root_, files_, uploads_, downloads_, logs_;
@@ -129,9 +129,9 @@ class VHFileCache final : public VHCacheFiles {
     // Guards cacheItems_ and every item in it, so that reads, writes and the
     // sweep never interleave. Path, create, delete and move operations do not
     // take it. A leaf lock: never held while a hook runs or another lock is taken.
-    std::mutex mutex_;
-    std::unordered_map<std::string, std::unique_ptr<VHFileCacheItem>>
-        cacheItems_;  // by internalName
+    VHMutex mutex_;
+    std::unordered_map<std::string, std::unique_ptr<VHFileCacheItem>> cacheItems_
+        VH_GUARDED_BY(mutex_);  // by internalName
 
     // Runs the 5-second expiry timer; stopped by the destructor.
     std::unique_ptr<QThread> sweepThread_;

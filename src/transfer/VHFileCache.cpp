@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
+#include "lib/VHFatalError.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPathUtils.h"
@@ -46,29 +46,20 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// Creates `path` and missing parents (mode 0700); 0 or the errno of the failure.
-int makeFolders(const std::string& path) {
-    if (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return 0;
-    if (errno != ENOENT) return errno;
-    std::string parent = VHDeletingLastPathComponent(path);
-    if (parent.empty() || parent == path) return ENOENT;
-    if (int error = makeFolders(parent)) return error;
-    return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST ? 0 : errno;
-}
-
-// The root or one of its folders must be a folder; anything else ends the process.
-void ensureCacheFolder(const std::string& path) {
+// The root or one of its folders must be a private folder; anything else is
+// fatal. False after reporting it.
+bool ensureCacheFolder(const std::string& path) {
     struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        if (int error = makeFolders(path)) {
-            VHLog(kLogMain, "Error! Cannot create cache directory at path : %@, error : %@", path,
-                  std::strerror(error));
-            std::exit(100);
-        }
-    } else if (!S_ISDIR(st.st_mode)) {
+    if (stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         VHLog(kLogMain, "Error! Unknown file exists at cache directory location : %@", path);
-        std::exit(100);
+    } else if (!VHPaths::makePrivateDir(path)) {
+        VHLog(kLogMain, "Error! Cannot create cache directory at path : %@, error : %@", path,
+              std::strerror(errno));
+    } else {
+        return true;
     }
+    VHReportFatalError(kExitDataFolderFailure);
+    return false;
 }
 
 // Reads until `length` bytes or the end of the file; -1 on error (errno set).
@@ -182,8 +173,9 @@ void VHFileCache::initCachePathes(const std::string& root) {
     downloads_ = VHPaths::join(root, "Downloads");
     logs_ = VHPaths::join(root, "Logs");
     for (const std::string* path : {&root_, &files_, &uploads_, &downloads_, &logs_}) {
-        ensureCacheFolder(*path);
+        if (!ensureCacheFolder(*path)) return;
     }
+    ready_ = true;
 }
 
 void VHFileCache::startExpirySweep() {
@@ -205,7 +197,7 @@ void VHFileCache::checkExpiredCaches() {
 }
 
 std::string VHFileCache::pathForFileDownload(const VHFile& file) const {
-    if (!VHIsSafePathComponent(file.internalName)) return "";
+    if (!ready_ || !VHIsSafePathComponent(file.internalName)) return "";
     return VHPaths::join(downloads_, file.internalName);
 }
 
@@ -213,7 +205,7 @@ std::string VHFileCache::pathForFileCache(const std::string& shareId,
                                           const std::string& internalName) const {
     std::string shareFolder = pathForShareCache(shareId);
     if (shareFolder.empty() || !VHIsSafePathComponent(internalName)) return "";
-    if (!exists(shareFolder)) makeFolders(shareFolder);
+    if (!exists(shareFolder)) VHPaths::makePrivateDir(shareFolder);
     return VHPaths::join(shareFolder, internalName);
 }
 
@@ -232,7 +224,7 @@ std::string VHFileCache::pathForFileExtAttrs(const VHFile& file) const {
 }
 
 std::string VHFileCache::pathForShareCache(const std::string& shareId) const {
-    if (!VHIsSafePathComponent(shareId)) return "";
+    if (!ready_ || !VHIsSafePathComponent(shareId)) return "";
     return VHPaths::join(files_, shareId);
 }
 

@@ -178,8 +178,11 @@ void VHDownloadQueue::connectionFinished(VHDownloadConnection& connection,
 }
 
 bool VHDownloadQueue::isFileDownloaded(const VHFile& file) {
-    return VHIsPathIgnored(file.publicName) || file.fileSize == 0 ||
-           VHFileCache::fileCache().hasCompleteCache(file);
+    // An ignored name that the service holds contents of (".profile", "...")
+    // is fetched like any other; only one that never left this machine has
+    // nothing to fetch.
+    bool localOnly = VHIsPathIgnored(file.publicName) && file.uploadName.empty();
+    return localOnly || file.fileSize == 0 || VHFileCache::fileCache().hasCompleteCache(file);
 }
 
 bool VHDownloadQueue::isFileDownloading(const VHFile& file, bool rightNow) {

@@ -100,7 +100,8 @@ class VHDownloadQueue : public QObject {
 
     // ---- Questions (file manager overlays, progress display) --------------
 
-    // Ignored by the name rules, empty, or complete in the cache.
+    // Empty, complete in the cache, or ignored by the name rules and never
+    // uploaded (nothing to fetch).
     bool isFileDownloaded(const VHFile& file);
     // With `rightNow` false: the file has been read through the network;
     // true: a read connection for it is running. False without an uploadName.

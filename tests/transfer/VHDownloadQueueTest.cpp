@@ -11,12 +11,10 @@
 #include <thread>
 
 #include "emulator/support/VHEmulatorProcess.h"
-#include "lib/VHCrypto.h"
 #include "lib/VHSettings.h"
 #include "lib/VHSqlite.h"
-#include "lib/VHStrings.h"
-#include "store/VHCatchUpResponse.h"
 #include "store/VHDatabase.h"
+#include "support/VHEmulatorStore.h"
 #include "support/VHStoreTestSupport.h"
 #include "support/VHTestWait.h"
 #include "transfer/VHDownloadQueue.h"
@@ -31,7 +29,6 @@ namespace {
 using nlohmann::json;
 namespace fs = std::filesystem;
 
-constexpr const char* kGateway = "clientgateway.d1.varnholt.test";
 constexpr size_t kBatchSize = 200000;
 
 json seed() {
@@ -61,17 +58,6 @@ json seed() {
                {"owner", "a@varnholt.test"},
                {"actions", actions}}}}};
 }
-
-class EmulatorDomains final : public VHTransferHooks {
-  public:
-    GlobalLoginResponce global;
-    std::optional<UserDomain> userDomainWithId(const std::string& id) override {
-        auto& domain = global.PrimaryUserDomain;
-        if (domain && domain->Domain && domain->Domain->DomainId == id) return domain;
-        return std::nullopt;
-    }
-    std::string deviceId() override { return "dl"; }
-};
 
 // The queue's signals as "s name", "p bytes" and "f name error", in order.
 class Events {
@@ -121,47 +107,13 @@ class VHDownloadQueueTest : public testing::Test {
     void SetUp() override {
         VHFileCache::resetForTests();
         ASSERT_TRUE(emulator_.start({seed(), ""}));
-        VHHttp::setConnectTo(emulator_.connectTo());
-        VHHttp::setExtraCAFile(emulator_.caFile());
-        db().load();
-        fillStore();
-        VHTransferHooks::set(&domains_);
+        ASSERT_TRUE(VHFillStoreFromEmulator(emulator_, "a@varnholt.test", "pw", domains_));
         queue().runThread();
     }
     void TearDown() override {
         VHDownloadQueue::resetForTests();
-        VHTransferHooks::set(nullptr);
         db().unload();
         VHFileCache::resetForTests();
-    }
-    void fillStore() {
-        auto global = VHParseRecord<GlobalLoginResponce>(
-            emulator_
-                .request("GET", "global.varnholt.test", "/GlobalLogin.aspx",
-                         {{"useremail", "a@varnholt.test"}, {"password2", VHBase64Encode("pw")}})
-                .body);
-        ASSERT_TRUE(global && global->PrimaryUserDomain);
-        domains_.global = *global;
-        const UserDomain& domain = *global->PrimaryUserDomain;
-        auto login = VHParseRecord<ClientLoginResponse>(
-            emulator_
-                .request("GET", kGateway,
-                         "/ClientLogin.aspx?userEmail=a%40varnholt.test&API=1&token=" +
-                             VHEscapeURLValue(domain.UserDomainToken.value_or("")))
-                .body);
-        ASSERT_TRUE(login && login->ManagedShares);
-        db().updateShares(*login, domain);
-        const ManagedShare& share = login->ManagedShares->at(0);
-        auto page = VHParseRecord<OSXCatchUpResponse>(
-            emulator_
-                .request("POST", kGateway, "/CatchUp7.aspx",
-                         {{"share", "team"},
-                          {"token", VHEscapeURLValue(*share.ShareAcl->AclToken)},
-                          {"tickfrom", "0"},
-                          {"ticktake", "10000"}})
-                .body);
-        ASSERT_TRUE(page);
-        db().updateFiles(*page, *db().shareWithId("team"));
     }
 
     static VHDatabase& db() { return VHDatabase::database(); }
@@ -205,7 +157,7 @@ class VHDownloadQueueTest : public testing::Test {
     }
 
     VHEmulatorProcess emulator_;
-    EmulatorDomains domains_;
+    VHEmulatorDomains domains_;
     int64_t lastSeq_ = 0;
 };
 

@@ -168,7 +168,7 @@ void VHDownloadQueue::connectionFinished(VHDownloadConnection& connection,
                                          const VHHttpResponse& response) {
     bool failed = static_cast<bool>(response.error);
     if (!connection.task->isFileDownload) {
-        readEnded(connection);
+        readEnded(connection, readFailureMayPass(connection, response));
     } else if (failed) {
         fileFailed(connection, response.error.message);
     } else {

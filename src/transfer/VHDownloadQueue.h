@@ -24,6 +24,7 @@
 #include <QObject>
 #include <QThread>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -77,9 +78,13 @@ class VHDownloadQueue : public QObject {
     // ---- Reads (drive threads) ------------------------------------------
 
     // The bytes [offset, offset + size) cut to the file's end: from the cache,
-    // else from the network within 7 s. Empty at the end of the file (without
-    // a request); nothing past it, on failure or time-out. A file whose share
-    // is unknown is moved to the share that `path` (its drive path) lies in.
+    // else from the network within 7 s. A request that fails for a reason
+    // that may pass (no answer, a server error, a short answer) is asked
+    // again after a short pause, 0.1 s at first and doubling up to 1 s, while
+    // the 7 s last. Empty at the end of the file (without a request); nothing
+    // past it, on time-out or once the service refused the range. A file
+    // whose share is unknown is moved to the share that `path` (its drive
+    // path) lies in.
     std::optional<std::string> downloadChunk(int64_t offset, uint64_t size, const VHFile& file,
                                              const std::string& path);
 
@@ -154,6 +159,12 @@ class VHDownloadQueue : public QObject {
     using Task = std::shared_ptr<VHFileDownloadTask>;
     using Connection = std::shared_ptr<VHDownloadConnection>;
 
+    // What one request for a reader's range gave.
+    struct ReadAttempt {
+        std::optional<std::string> data;
+        bool retryable = false;  // nothing, but asking again may help
+    };
+
     VHDownloadQueue();
     ~VHDownloadQueue() override;
 
@@ -182,13 +193,20 @@ class VHDownloadQueue : public QObject {
     void deliverReads(const VHDownloadConnection& connection) VH_EXCLUDES(readMutex_);
     bool fileBytesReceived(VHDownloadConnection& connection, uint64_t length)
         VH_EXCLUDES(downloadMutex_);
-    void readEnded(VHDownloadConnection& connection) VH_EXCLUDES(readMutex_);
+    // Ends a read connection; a reader still waiting for its task wakes up
+    // without bytes, told whether asking again may help.
+    void readEnded(VHDownloadConnection& connection, bool mayPass) VH_EXCLUDES(readMutex_);
+    static bool readFailureMayPass(const VHDownloadConnection& connection,
+                                   const VHHttpResponse& response);
     void fileFinished(VHDownloadConnection& connection) VH_EXCLUDES(downloadMutex_);
     void fileFailed(VHDownloadConnection& connection, const std::string& error)
         VH_EXCLUDES(downloadMutex_);
 
     // Reads.
     void repairShare(VHFile& file, const std::string& path);
+    // One request for the range: queues a task and waits for it until `deadline`.
+    ReadAttempt fetchRange(const VHFile& file, VHByteRange range,
+                           std::chrono::steady_clock::time_point deadline) VH_EXCLUDES(readMutex_);
     Task queueRead(const VHFile& file, VHByteRange range) VH_EXCLUDES(readMutex_);
     void deleteCompletedTask(const Task& task) VH_REQUIRES(readMutex_);
 

@@ -31,7 +31,10 @@ class VHFileDownloadTask {
     std::optional<std::string> data;  // a read's bytes, once delivered
     bool isStarted = false;
     bool isCompleted = false;  // delivered, or ended without bytes
-    int32_t priority = 0;      // 1 when queued as high priority
+    // A read that ended without bytes for a reason that may pass (no answer,
+    // a server error, a short answer): asking again may help.
+    bool retryable = false;
+    int32_t priority = 0;  // 1 when queued as high priority
     bool cancel = false;
 
     // Wakes the waiting reader. Takes only the task's own lock (a leaf).

@@ -96,4 +96,16 @@ TEST_F(VHDriveContentTest, TwoSpellingsOfANameAreTwoFiles) {
     EXPECT_EQ(VHRun("cat '" + team + kDecomposed + "'"), "decomposed");
 }
 
+TEST_F(VHDriveContentTest, AColdReadOutlastsPassingServerErrors) {
+    ASSERT_TRUE(
+        emulator_.addFault({{"method", "GET"}, {"path", "^/api/"}, {"status", 500}, {"count", 2}}));
+    VHTestDrive drive(mountPath());
+    std::string big = content("/big.bin");
+    ASSERT_EQ(big.size(), 600000u);
+    std::string read = VHRun("cat '" + drive.path() + "/Team/big.bin'");
+    EXPECT_EQ(read.size(), big.size());
+    EXPECT_TRUE(read == big);
+    EXPECT_EQ(VHRun("cat '" + drive.path() + "/Team/plain.txt'"), "plain");
+}
+
 }  // namespace vh::test

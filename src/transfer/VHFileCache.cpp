@@ -46,20 +46,20 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// The root or one of its folders must be a private folder; anything else is
-// fatal. False after reporting it.
+// The root or one of its folders must be a private folder; false (logged)
+// when it is not and cannot be made one.
 bool ensureCacheFolder(const std::string& path) {
     struct stat st;
     if (stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         VHLog(kLogMain, "Error! Unknown file exists at cache directory location : %@", path);
-    } else if (!VHPaths::makePrivateDir(path)) {
+        return false;
+    }
+    if (!VHPaths::makePrivateDir(path)) {
         VHLog(kLogMain, "Error! Cannot create cache directory at path : %@, error : %@", path,
               std::strerror(errno));
-    } else {
-        return true;
+        return false;
     }
-    VHReportFatalError(kExitDataFolderFailure);
-    return false;
+    return true;
 }
 
 // Reads until `length` bytes or the end of the file; -1 on error (errno set).
@@ -123,11 +123,17 @@ bool removeIfExists(const std::string& path) {
 
 VHFileCache& VHFileCache::fileCache() {
     if (VHFileCache* cache = gInstance.load(std::memory_order_acquire)) return *cache;
-    VHMutexLock lock(gInstanceMutex);
-    if (!gInstance.load(std::memory_order_relaxed)) {
-        gInstance.store(new VHFileCache(VHPaths::dataRoot()), std::memory_order_release);
+    VHFileCache* made = nullptr;
+    {
+        VHMutexLock lock(gInstanceMutex);
+        if (!gInstance.load(std::memory_order_relaxed)) {
+            made = new VHFileCache(VHPaths::dataRoot());
+            gInstance.store(made, std::memory_order_release);
+        }
     }
-    return *gInstance.load(std::memory_order_relaxed);
+    // Reported without the lock: the handler may ask the cache for its folders.
+    if (made && !made->ready_) VHReportFatalError(kExitDataFolderFailure);
+    return made ? *made : *gInstance.load(std::memory_order_acquire);
 }
 
 void VHFileCache::resetForTests() {

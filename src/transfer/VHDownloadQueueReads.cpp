@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kFirstRetryDelay{100};
 constexpr std::chrono::milliseconds kLongestRetryDelay{1000};
 
-// Statuses that a later request may not get again.
+// Answers that say nothing about the range itself: the next request may get it.
 bool isPassing(long status) {
     return status == 408 || status == 429 || status >= 500;
 }

@@ -212,8 +212,9 @@ class VHDownloadQueue : public QObject {
 
     // Whole-file downloads.
     void downloadFile(const VHFile& file, bool highPriority) VH_EXCLUDES(downloadMutex_);
-    // Harmless when the task is gone already.
-    void deleteCompletedFileDownload(const Task& task) VH_REQUIRES(downloadMutex_);
+    // Harmless when the task is gone already. `task` is a copy: the caller's
+    // reference may be the very entry this removes.
+    void deleteCompletedFileDownload(Task task) VH_REQUIRES(downloadMutex_);
 
     // Synchronized folders.
     void queueNotDownloaded(const std::vector<VHFile>& items);

@@ -85,7 +85,7 @@ void VHDownloadQueue::cancelAllDownloads() {
     for (const Task& task : downloadTasks_) task->cancel = true;
 }
 
-void VHDownloadQueue::deleteCompletedFileDownload(const Task& task) {
+void VHDownloadQueue::deleteCompletedFileDownload(Task task) {
     // Every entry goes: a task asked for twice stands twice in the high list.
     std::erase(priorityFileDownloads_, task);
     std::erase(fileDownloads_, task);

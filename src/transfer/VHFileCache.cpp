@@ -170,6 +170,9 @@ VHFileCache::~VHFileCache() {
     if (&VHStoreHooks::cache() == this) VHStoreHooks::setCache(nullptr);
     sweepThread_->quit();
     sweepThread_->wait();
+    // Under the lock, so that the sweep's last run visibly comes first.
+    VHMutexLock lock(mutex_);
+    cacheItems_.clear();
 }
 
 void VHFileCache::initCachePathes(const std::string& root) {

@@ -68,16 +68,18 @@ TEST(VHFuseFileIO, ConcurrentFirstReadsThroughOneHandleShareOneDescriptor) {
         varnholt_read("/Alpha/doc.txt", buffer, sizeof buffer, 0, &fi);
     };
     std::thread a(reader, true);
-    ASSERT_TRUE(VHWaitUntil([&] { return firstThread && isOpening(firstThread); }));
+    bool firstOpening = VHWaitUntil([&] { return firstThread && isOpening(firstThread); });
     std::thread b(reader, false);
     // Time for the second reader to reach the copy too; none is needed for
     // the test to pass.
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    int writer = ::open(copy.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(writer, 0);
+    int writer = -1;
+    VHWaitUntil(
+        [&] { return (writer = ::open(copy.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; });
     a.join();
     b.join();
     close(writer);
+    EXPECT_TRUE(firstOpening);
     EXPECT_EQ(descriptorsOn(copy), 1);
     EXPECT_EQ(varnholt_release("/Alpha/doc.txt", &fi), 0);
     EXPECT_EQ(descriptorsOn(copy), 0);

@@ -54,25 +54,28 @@ void fillSpecial(struct stat* st) {
     fillTimes(st, now, now, now);
 }
 
+constexpr mode_t kWriteBits = 0222;
+
 void fillShare(struct stat* st, const ManagedShare& share) {
-    fillCommon(st, S_IFDIR | 0700);
+    fillCommon(st, S_IFDIR | (share.isReadonlyShare() ? 0500 : 0700));
     VHDate modified = share.ModificationDate.value_or(VHDate::distantPast());
     fillTimes(st, modified, modified, share.CreationDate.value_or(VHDate::distantPast()));
 }
 
-void fillItem(struct stat* st, const VHFile& file) {
+// `readOnly`: the item lies in a share the user may only read.
+void fillItem(struct stat* st, const VHFile& file, bool readOnly) {
     mode_t mode = static_cast<mode_t>(file.permissions & 0xFFF);
     // Linux has no immutable flag to report: a file that another user holds
     // locked shows without write permission instead.
-    if (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file)) {
-        mode &= ~static_cast<mode_t>(0222);
+    if (readOnly ||
+        (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file))) {
+        mode &= ~kWriteBits;
     }
     fillCommon(st, mode | (file.isFile ? S_IFREG : S_IFDIR));
     fillTimes(st, file.modifyTime, file.accessTime, file.createTime);
     if (file.isFile) {
         st->st_size = static_cast<off_t>(file.fileSize);
-        // The remainder, not a block count: the value the drive has always reported.
-        st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) % 512);
+        st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) / 512);
     }
 }
 
@@ -91,21 +94,22 @@ int getattr(const char* rawPath, struct stat* st) {
         fillSpecial(st);
         return 0;
     }
-    if (VHFuseUtils::isRootPath(path)) return lstat(VHFileCache::filesCachePath().c_str(), st);
-    VHDatabase& db = VHDatabase::database();
+    if (VHFuseUtils::isRootPath(path)) {
+        return lstat(VHFileCache::filesCachePath().c_str(), st) == 0 ? 0 : -errno;
+    }
+    auto share = driveShareWithPath(path);
     if (VHFuseUtils::isSharePath(path)) {
-        auto share = db.shareWithPath(path);
         if (!share) return notFound(rawPath);
         fillShare(st, *share);
         return 0;
     }
-    auto file = db.fileWithPath(path);
+    auto file = share ? VHDatabase::database().fileWithPath(path) : std::nullopt;
     if (!file) {
         VHConsoleLog("Get attributes, file is not found %@.", path);
         return notFound(rawPath);
     }
     if (file->deleted) return notFound(rawPath);
-    fillItem(st, *file);
+    fillItem(st, *file, share->isReadonlyShare());
     return 0;
 }
 
@@ -115,13 +119,20 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
     return VHFuseGuard(__func__, [&] {
         if (path) return getattr(path, st);
         // An open folder or file: libfuse gives its handle instead of a path.
+        if (dynamic_cast<VHFuseSpecialHandle*>(VHFuseHandle::from(fi))) {
+            fillSpecial(st);
+            return 0;
+        }
         if (auto* folder = dynamic_cast<VHFuseDirectoryHandle*>(VHFuseHandle::from(fi))) {
             return getattr(folder->path.c_str(), st);
         }
         if (auto* open = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi))) {
-            auto file = VHDatabase::database().fileWithId(open->fileId());
+            VHDatabase& db = VHDatabase::database();
+            auto file = db.fileWithId(open->fileId());
             if (!file || file->deleted) return -ENOENT;
-            fillItem(st, *file);
+            // Without its path (deleted while open) the record's own share decides.
+            auto share = db.shareForFile(*file);
+            fillItem(st, *file, share && share->isReadonlyShare());
             return 0;
         }
         return -EBADF;
@@ -130,7 +141,7 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
 
 int varnholt_statfs(const char* path, struct statvfs* st) {
     return VHFuseGuard(__func__, [&] {
-        int result = statvfs(VHFileCache::rootCachePath().c_str(), st);
+        int result = statvfs(VHFileCache::rootCachePath().c_str(), st) == 0 ? 0 : -errno;
         VHLog(kLogDrive, "%s:%s", "varnholt_statfs", path);
         if (result != 0) return result;
         int64_t used = VHDatabase::database().totalFileSize();

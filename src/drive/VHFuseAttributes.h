@@ -11,11 +11,14 @@ namespace vh {
 inline constexpr const char* kFuseLockPath = "/.fuselock";
 inline constexpr const char* kFinderRefresh = ".vhrefresh";
 
-// Attributes of a path: 0 or -ENOENT; for the root whatever lstat of the
-// local Files folder gives. Without a path, of the open folder or file of
-// the handle.
+// Attributes of a path: 0 or -ENOENT; for the root what lstat of the local
+// Files folder gives (0 or -errno). Without a path, of the open folder or
+// file of the handle. st_blocks counts 512-byte blocks. Shares the user may
+// only read, and everything in them, show without write bits; so do files
+// that another user holds locked. The special names are empty files, 0700.
 int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* fi);
-// The cache volume's figures, with the drive's total file size as used space.
+// The cache volume's figures, with the drive's total file size as used
+// space; -errno when the data root cannot be asked.
 int varnholt_statfs(const char* path, struct statvfs* st);
 int varnholt_readlink(const char* path, char* buffer, size_t size);  // always -ENOENT
 int varnholt_symlink(const char* target, const char* linkPath);      // always -EACCES

@@ -15,10 +15,10 @@ namespace vh {
 namespace {
 
 // The class lock and what it guards.
-std::mutex gTableMutex;
-std::vector<VHFuseFileData*> gOpenedFiles;
-std::map<std::string, VHDate> gFileModifications;
-bool gUpdateCheckScheduled = false;
+VHMutex gTableMutex;
+std::vector<VHFuseFileData*> gOpenedFiles VH_GUARDED_BY(gTableMutex);
+std::map<std::string, VHDate> gFileModifications VH_GUARDED_BY(gTableMutex);
+bool gUpdateCheckScheduled VH_GUARDED_BY(gTableMutex) = false;
 
 bool settled(VHDate when) {
     return VHDate::now().seconds - when.seconds > VHFuseFileData::kQuietSeconds;
@@ -45,7 +45,7 @@ void runLater(int delayMs, std::function<void()> work) {
 
 VHFuseFileData::VHFuseFileData(int openFlags, int fileDescriptor, pid_t openProcess)
     : openFlags_(openFlags), openProcess_(openProcess), fileDescriptor_(fileDescriptor) {
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     gOpenedFiles.push_back(this);
 }
 
@@ -54,20 +54,22 @@ VHFuseFileData::~VHFuseFileData() {
 }
 
 void VHFuseFileData::close() {
+    // Never while a read or write through this handle opens the descriptor.
+    VHMutexLock io(ioMutex_);
     std::string id;
     bool wasModified = false;
     {
-        std::lock_guard lock(mutex_);
+        VHMutexLock lock(mutex_);
         id = fileId_;
         wasModified = modified_;
     }
     {
-        std::lock_guard lock(gTableMutex);
+        VHMutexLock lock(gTableMutex);
         auto it = std::find(gOpenedFiles.begin(), gOpenedFiles.end(), this);
         if (it != gOpenedFiles.end()) gOpenedFiles.erase(it);
         if (wasModified && !id.empty()) gFileModifications[id] = VHDate::now();
     }
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     if (fileDescriptor_ != -1) ::close(fileDescriptor_);
     fileDescriptor_ = -1;
     fileId_.clear();
@@ -76,59 +78,64 @@ void VHFuseFileData::close() {
 }
 
 std::string VHFuseFileData::fileId() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return fileId_;
 }
 
 void VHFuseFileData::setFileId(const std::string& id) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     fileId_ = id;
 }
 
 bool VHFuseFileData::modified() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return modified_;
 }
 
 VHDate VHFuseFileData::lastWrite() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return lastWrite_;
 }
 
 void VHFuseFileData::markWritten() {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     modified_ = true;
     lastWrite_ = VHDate::now();
 }
 
 bool VHFuseFileData::needsUpdate() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return needsUpdate_;
 }
 
 void VHFuseFileData::setNeedsUpdate(bool needsUpdate) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     needsUpdate_ = needsUpdate;
 }
 
 int VHFuseFileData::fileDescriptor() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return fileDescriptor_;
 }
 
-void VHFuseFileData::setFileDescriptor(int fd) {
-    std::lock_guard lock(mutex_);
-    fileDescriptor_ = fd;
+int VHFuseFileData::cacheDescriptor(const std::function<int()>& open) {
+    if (int fd = fileDescriptor(); fd != -1) return fd;
+    int fd = open();
+    if (fd >= 0) {
+        VHMutexLock lock(mutex_);
+        fileDescriptor_ = fd;
+    }
+    return fd;
 }
 
 void VHFuseFileData::noteFailedRead(off_t offset, size_t size) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     failedReadStart_ = offset;
     failedReadEnd_ = offset + static_cast<off_t>(size);
 }
 
 bool VHFuseFileData::takeFailedRead(off_t offset, size_t size) {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     bool inside = offset >= failedReadStart_ &&
                   offset + static_cast<off_t>(size) <= failedReadEnd_ &&
                   failedReadStart_ < failedReadEnd_;
@@ -137,25 +144,25 @@ bool VHFuseFileData::takeFailedRead(off_t offset, size_t size) {
 }
 
 std::string VHFuseFileData::description() const {
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return VHFormat("file: %@, fd: %d, modified: %d, lastWrite: %@", fileId_, fileDescriptor_,
                     modified_, VHDateToJsonText(lastWrite_));
 }
 
 std::vector<VHFuseFileData*> VHFuseFileData::openedFiles() {
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     return gOpenedFiles;
 }
 
 std::vector<pid_t> VHFuseFileData::openProcesses() {
     std::vector<pid_t> processes;
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     for (VHFuseFileData* open : gOpenedFiles) processes.push_back(open->openProcess_);
     return processes;
 }
 
 bool VHFuseFileData::canUploadFile(const VHFile& file) {
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     VHConsoleLog(">>>>>> can upload %@, openedFiles:%d fileModifications:%d", file.publicName,
                  gOpenedFiles.size(), gFileModifications.size());
     auto modification = gFileModifications.find(file.internalName);
@@ -170,7 +177,7 @@ bool VHFuseFileData::canUploadFile(const VHFile& file) {
 }
 
 void VHFuseFileData::touchModification(const std::string& fileId, VHDate when) {
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     gFileModifications[fileId] = when;
 }
 
@@ -181,7 +188,7 @@ void VHFuseFileData::fileWasModified(const VHFile& file) {
 
 void VHFuseFileData::scheduleUpdateChecks() {
     {
-        std::lock_guard lock(gTableMutex);
+        VHMutexLock lock(gTableMutex);
         if (gUpdateCheckScheduled) return;
         gUpdateCheckScheduled = true;
     }
@@ -191,7 +198,7 @@ void VHFuseFileData::scheduleUpdateChecks() {
 void VHFuseFileData::checkUpdatedFiles() {
     bool uploadsDue = false, checkAgain = false;
     {
-        std::lock_guard lock(gTableMutex);
+        VHMutexLock lock(gTableMutex);
         gUpdateCheckScheduled = false;
         for (VHFuseFileData* open : gOpenedFiles) {
             if (!open->needsUpdate()) continue;
@@ -211,7 +218,7 @@ void VHFuseFileData::checkUpdatedFiles() {
 }
 
 void VHFuseFileData::exchangeFileId(const std::string& a, const std::string& b) {
-    std::lock_guard lock(gTableMutex);
+    VHMutexLock lock(gTableMutex);
     bool doneA = false, doneB = false;
     for (VHFuseFileData* open : gOpenedFiles) {
         if (doneA && doneB) break;

@@ -5,22 +5,23 @@
 // (canUploadFile), runs the delayed update check that wakes the upload queue
 // 3 s after a change, and lists the open files for the quit check.
 //
-// Locks, in this order: a handle's write mutex (the open-and-write sequence of
-// a write), the class lock (the open list, the modification times, the
-// scheduled flag), a handle's field lock. None is held while calling out of
-// the drive.
+// Locks, in this order: a handle's I/O lock (opening its cache descriptor and
+// the open-and-write sequence of a write), the class lock (the open list, the
+// modification times, the scheduled flag), a handle's field lock. Only the
+// I/O lock is held while calling out of the drive (the store, during a write).
 #pragma once
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "drive/VHFuseHandle.h"
 #include "lib/VHDate.h"
+#include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "store/VHStoreHooks.h"
 
@@ -39,34 +40,38 @@ class VHFuseFileData : public VHFuseHandle {
 
     // Removes the handle from the open list, records the modification time of
     // a modified file, and closes the cache descriptor.
-    void close();
+    void close() VH_EXCLUDES(mutex_);
 
     int openFlags() const { return openFlags_; }
     pid_t openProcess() const { return openProcess_; }
-    std::string fileId() const;
-    void setFileId(const std::string& id);
-    bool modified() const;
-    VHDate lastWrite() const;
+    std::string fileId() const VH_EXCLUDES(mutex_);
+    void setFileId(const std::string& id) VH_EXCLUDES(mutex_);
+    bool modified() const VH_EXCLUDES(mutex_);
+    VHDate lastWrite() const VH_EXCLUDES(mutex_);
     // After a successful write: modified, last write now.
-    void markWritten();
-    bool needsUpdate() const;
-    void setNeedsUpdate(bool needsUpdate);
+    void markWritten() VH_EXCLUDES(mutex_);
+    bool needsUpdate() const VH_EXCLUDES(mutex_);
+    void setNeedsUpdate(bool needsUpdate) VH_EXCLUDES(mutex_);
 
-    // The handle's lock for the open-and-write sequence of a write.
-    std::mutex& writeMutex() { return writeMutex_; }
+    // The handle's I/O lock: held while the cache descriptor is opened and
+    // for the whole open-and-write sequence of a write.
+    VHMutex& ioMutex() VH_RETURN_CAPABILITY(ioMutex_) { return ioMutex_; }
     // The cache descriptor (-1 until the first read or write opens it).
-    int fileDescriptor() const;
-    void setFileDescriptor(int fd);
+    int fileDescriptor() const VH_EXCLUDES(mutex_);
+    // The cache descriptor, made by `open` (a descriptor, or -errno) when the
+    // handle has none yet and kept until close. Concurrent reads and writes
+    // through one handle thus open the cache copy once.
+    int cacheDescriptor(const std::function<int()>& open) VH_REQUIRES(ioMutex_) VH_EXCLUDES(mutex_);
 
     // A read that came back empty from the network. The kernel asks again at
     // once for the page it needed, which would wait out the download limit a
     // second time; that one repeat, inside the failed range, fails at once.
-    void noteFailedRead(off_t offset, size_t size);
+    void noteFailedRead(off_t offset, size_t size) VH_EXCLUDES(mutex_);
     // True (and forgotten) when [offset, offset + size) lies in the noted range.
-    bool takeFailedRead(off_t offset, size_t size);
+    bool takeFailedRead(off_t offset, size_t size) VH_EXCLUDES(mutex_);
 
     // "file: %@, fd: %d, modified: %d, lastWrite: %@"
-    std::string description() const;
+    std::string description() const VH_EXCLUDES(mutex_);
 
     // ---- The table (any thread) ---------------------------------------------
     // A snapshot of the open handles, in order of opening.
@@ -91,14 +96,15 @@ class VHFuseFileData : public VHFuseHandle {
 
     const int openFlags_;
     const pid_t openProcess_;
-    mutable std::mutex mutex_;  // guards the fields below
-    int fileDescriptor_;
-    bool modified_ = false;
-    bool needsUpdate_ = false;
-    VHDate lastWrite_ = VHDate::distantPast();
-    std::string fileId_;
-    off_t failedReadStart_ = 0, failedReadEnd_ = 0;  // empty when equal
-    std::mutex writeMutex_;
+    VHMutex ioMutex_;
+    mutable VHMutex mutex_ VH_ACQUIRED_AFTER(ioMutex_);
+    int fileDescriptor_ VH_GUARDED_BY(mutex_);
+    bool modified_ VH_GUARDED_BY(mutex_) = false;
+    bool needsUpdate_ VH_GUARDED_BY(mutex_) = false;
+    VHDate lastWrite_ VH_GUARDED_BY(mutex_) = VHDate::distantPast();
+    std::string fileId_ VH_GUARDED_BY(mutex_);
+    off_t failedReadStart_ VH_GUARDED_BY(mutex_) = 0;  // empty when equal to the end
+    off_t failedReadEnd_ VH_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace vh

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseFileData.h"
@@ -27,32 +28,57 @@ bool wantsToWrite(int flags) {
     return (flags & (O_WRONLY | O_RDWR | O_CREAT)) != 0;
 }
 
+// The cache copy is opened with the file's own access mode; creation and
+// truncation are the drive's decisions, never the kernel's flags'.
+int cacheOpenFlags(int flags) {
+    return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
+}
+
+// The kernel leaves O_TRUNC to the open: the cache copy (made when missing)
+// and the record become empty, as after a write of nothing. 0 or -errno.
+int truncateOnOpen(VHFuseFileData& handle, VHFile& file) {
+    VHMutexLock io(handle.ioMutex());
+    int fd = handle.cacheDescriptor([&] {
+        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+        int opened = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()) | O_CREAT, 0600);
+        return opened < 0 ? -errno : opened;
+    });
+    if (fd < 0) return fd;
+    if (ftruncate(fd, 0) != 0) return -errno;
+    handle.markWritten();
+    file.modifyTime = VHDate::now();
+    file.fileSize = 0;
+    VHFuseFileData::fileWasModified(file);
+    VHDatabase::database().markFileUpdated(file);
+    return 0;
+}
+
 int open(const std::string& path, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
     fi->fh = 0;
-    if (isSpecialName(path)) return 0;
-    VHDatabase& db = VHDatabase::database();
+    if (isSpecialName(path)) {
+        (new VHFuseSpecialHandle)->storeIn(fi);
+        return 0;
+    }
     if (!VHFuseUtils::isPathIgnored(path, false) && wantsToWrite(fi->flags)) {
-        auto share = db.metadataStorage().shareWithFilePath(path);
+        auto share = driveShareWithPath(path);
         if (share && share->isReadonlyShare()) return -EACCES;
     }
-    auto file = db.fileWithPath(path);
+    auto file = driveFileWithPath(path);
     if (!file) {
         VHLog(kLogDrive, "error --> %s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
         return -ENOENT;
     }
     struct fuse_context* context = fuse_get_context();
-    auto* handle = new VHFuseFileData(fi->flags, -1, context ? context->pid : -1);
+    auto handle = std::make_unique<VHFuseFileData>(fi->flags, -1, context ? context->pid : -1);
     handle->setFileId(file->internalName);
     VHStoreHooks::setOpenFiles(&VHFuseFileData::hooks());
-    handle->storeIn(fi);
+    bool truncates = (fi->flags & O_TRUNC) && (fi->flags & O_ACCMODE) != O_RDONLY;
+    if (truncates && file->isFile && file->fileSize > 0) {
+        if (int error = truncateOnOpen(*handle, *file)) return error;
+    }
+    handle.release()->storeIn(fi);
     return 0;
-}
-
-// The cache copy is opened with the file's own access mode; creation and
-// truncation are the drive's decisions, never the kernel's flags'.
-int cacheOpenFlags(int flags) {
-    return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
 }
 
 int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* path) {
@@ -64,15 +90,28 @@ int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* pa
     return static_cast<int>(count);
 }
 
+// The handle's descriptor on the complete cache copy; -errno when it cannot be opened.
+int completeCopyDescriptor(VHFuseFileData& handle, const VHFile& file) {
+    VHMutexLock io(handle.ioMutex());
+    return handle.cacheDescriptor([&] {
+        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+        int fd = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()), 0600);
+        return fd < 0 ? -errno : fd;
+    });
+}
+
 int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) return 0;
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
         VHLog(kLogDrive, "%s:%s failed : userData is nil", "varnholt_read", path);
         return -EBADF;
     }
     // Once the handle holds the complete copy, a stream of reads costs one pread each.
-    if (int fd = handle->fileDescriptor(); fd != -1) return preadOrError(fd, buffer, size, offset, path);
+    if (int fd = handle->fileDescriptor(); fd != -1)
+        return preadOrError(fd, buffer, size, offset, path);
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file || !file->isFile) {
         VHLog(kLogDrive, "%s:%@ failed : EINVAL", "varnholt_read", path);
@@ -80,14 +119,8 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
     }
     if (VHDownloadQueue::downloadQueue().isFileDownloaded(*file)) {
         if (file->fileSize == 0 && !VHFileCache::fileCache().hasCompleteCache(*file)) return 0;
-        int fd = handle->fileDescriptor();
-        if (fd == -1) {
-            std::string cachePath = VHFileCache::fileCache().pathForFileCache(*file);
-            fd = ::open(cachePath.c_str(), cacheOpenFlags(handle->openFlags()), 0600);
-            if (fd < 0) return -errno;
-            handle->setFileDescriptor(fd);
-        }
-        return preadOrError(fd, buffer, size, offset, path);
+        int fd = completeCopyDescriptor(*handle, *file);
+        return fd < 0 ? fd : preadOrError(fd, buffer, size, offset, path);
     }
     if (handle->takeFailedRead(offset, size)) return -EIO;
     auto bytes = VHDownloadQueue::downloadQueue().downloadChunk(offset, size, *file, path);
@@ -99,37 +132,38 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
     return static_cast<int>(bytes->size());
 }
 
-// The handle's cache descriptor, opened on first use. A write at offset 0
-// may create the copy; anything else needs the copy to exist. Requires the
-// handle's write mutex. -errno on failure (logged).
-int cacheDescriptorForWriting(VHFuseFileData& handle, const VHFile& file, off_t offset) {
-    int fd = handle.fileDescriptor();
-    if (fd != -1) return fd;
+// Opens the cache copy for writing: a write at offset 0 may create it,
+// anything else needs it to exist. -errno on failure (logged).
+int openCopyForWriting(const VHFuseFileData& handle, const VHFile& file, off_t offset) {
     std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
     int flags = cacheOpenFlags(handle.openFlags());
-    fd = ::open(cachePath.c_str(), flags, 0600);
+    int fd = ::open(cachePath.c_str(), flags, 0600);
     if (fd < 0 && errno == ENOENT && offset == 0)
         fd = ::open(cachePath.c_str(), flags | O_CREAT, 0600);
-    if (fd < 0) {
-        int error = errno;
-        if (error == ENOENT && file.status == kStatusSynchronized) {
-            VHLog(kLogDrive, "%s: attempt to write to middle of non-downloaded file, failing",
-                  "varnholt_write");
-        } else {
-            VHLog(kLogDrive, "%s: %@ open failed: error %d", "varnholt_write", file.publicName,
-                  error);
-        }
-        return -error;
+    if (fd >= 0) return fd;
+    int error = errno;
+    if (error == ENOENT && file.status == kStatusSynchronized) {
+        VHLog(kLogDrive, "%s: attempt to write to middle of non-downloaded file, failing",
+              "varnholt_write");
+    } else {
+        VHLog(kLogDrive, "%s: %@ open failed: error %d", "varnholt_write", file.publicName, error);
     }
-    handle.setFileDescriptor(fd);
-    return fd;
+    return -error;
+}
+
+int cacheDescriptorForWriting(VHFuseFileData& handle, const VHFile& file, off_t offset)
+    VH_REQUIRES(handle.ioMutex()) {
+    return handle.cacheDescriptor([&] { return openCopyForWriting(handle, file, offset); });
 }
 
 int write(const char* path, const char* buffer, size_t size, off_t offset,
           struct fuse_file_info* fi) {
     VHConsoleLog("---> WRITE %@", path);
     VHLog(kLogDrive, "%s:%@ size:%zd offset:%lld", "varnholt_write", path, size, offset);
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    // Nothing is ever stored for a special name.
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) return -EACCES;
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
         VHLog(kLogDrive, "%s:%@ no userData!", "varnholt_write", path);
         return -ENOENT;
@@ -137,7 +171,7 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
     VHDatabase& db = VHDatabase::database();
     auto file = db.fileWithId(handle->fileId());
     if (!file) return -EACCES;
-    std::lock_guard lock(handle->writeMutex());
+    VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;
     ssize_t written = pwrite(fd, buffer, size, offset);
@@ -161,7 +195,7 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
     if (!handle) return -EBADF;
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file) return -EACCES;
-    std::lock_guard lock(handle->writeMutex());
+    VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;
     return ::fallocate(fd, mode, offset, length) == 0 ? 0 : -errno;
@@ -169,13 +203,17 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
 
 int release(const char* rawPath, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_release", rawPath ? rawPath : "");
-    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    VHFuseHandle* opened = VHFuseHandle::from(fi);
+    fi->fh = 0;
+    if (dynamic_cast<VHFuseSpecialHandle*>(opened)) {
+        delete opened;
+        return 0;
+    }
+    auto* handle = dynamic_cast<VHFuseFileData*>(opened);
     if (!handle) {
-        if (fi->fh == 0) return 0;  // the special names keep no handle
         VHLog(kLogDrive, "%s:%s : empty userData.", "varnholt_release", rawPath ? rawPath : "");
         return 0;
     }
-    fi->fh = 0;
     std::string id = handle->fileId();
     bool modified = handle->modified();
     VHDatabase& db = VHDatabase::database();

@@ -20,6 +20,10 @@ class VHFuseHandle {
     void storeIn(struct fuse_file_info* fi) { fi->fh = reinterpret_cast<uint64_t>(this); }
 };
 
+// An open special name ("/.fuselock", ".vhrefresh"): always an empty file,
+// answered inside the drive; nothing is stored for it anywhere.
+class VHFuseSpecialHandle : public VHFuseHandle {};
+
 // An open folder: the drive path it was opened under (already mapped).
 class VHFuseDirectoryHandle : public VHFuseHandle {
   public:

@@ -9,11 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <mutex>
 
 #include "drive/VHDriveEvents.h"
 #include "drive/VHFuseOperations.h"
 #include "lib/VHLog.h"
+#include "lib/VHThreadSafety.h"
 
 extern char** environ;
 
@@ -21,8 +21,10 @@ namespace vh {
 
 namespace {
 
-std::mutex gFuseMutex;
-struct fuse* gFuse = nullptr;  // guarded by gFuseMutex; set while the loop runs
+// Held while the kernel's cache is invalidated, so that the session cannot
+// end under it. A leaf lock.
+VHMutex gFuseMutex;
+struct fuse* gFuse VH_GUARDED_BY(gFuseMutex) = nullptr;  // set while the loop runs
 
 // Runs fusermount3 with `arguments`; true when it succeeds.
 bool runFusermount(std::vector<std::string> arguments) {
@@ -71,7 +73,7 @@ int serve(struct fuse_args* args, const std::string& mountPoint) {
     int result = 1;
     if (fuse_mount(fuse, mountPoint.c_str()) == 0) {
         {
-            std::lock_guard lock(gFuseMutex);
+            VHMutexLock lock(gFuseMutex);
             gFuse = fuse;
         }
         struct fuse_loop_config* config = fuse_loop_cfg_create();
@@ -80,7 +82,7 @@ int serve(struct fuse_args* args, const std::string& mountPoint) {
         result = fuse_loop_mt(fuse, config);
         fuse_loop_cfg_destroy(config);
         {
-            std::lock_guard lock(gFuseMutex);
+            VHMutexLock lock(gFuseMutex);
             gFuse = nullptr;
         }
         fuse_unmount(fuse);
@@ -143,7 +145,7 @@ bool VHIsDeadMount(const std::string& path) {
 }
 
 void VHInvalidateDrivePaths(const std::vector<std::string>& drivePaths) {
-    std::lock_guard lock(gFuseMutex);
+    VHMutexLock lock(gFuseMutex);
     if (!gFuse) return;
     for (const std::string& path : drivePaths) fuse_invalidate_path(gFuse, path.c_str());
 }

@@ -27,4 +27,17 @@ std::string finalPath(const std::string& path) {
     return path;
 }
 
+std::optional<ManagedShare> driveShareWithPath(const std::string& path) {
+    std::vector<std::string> components = VHPathComponents(path);
+    if (components.size() < 2) return std::nullopt;
+    auto share = VHDatabase::database().metadataStorage().shareWithFilePath(path);
+    if (!share || share->displayName() != components[1]) return std::nullopt;
+    return share;
+}
+
+std::optional<VHFile> driveFileWithPath(const std::string& path) {
+    if (!driveShareWithPath(path)) return std::nullopt;
+    return VHDatabase::database().fileWithPath(path);
+}
+
 }  // namespace vh

@@ -4,13 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseGuard.h"
 #include "drive/VHFuseHandle.h"
 #include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHNameRules.h"
-#include "lib/VHPathUtils.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -22,13 +20,12 @@ constexpr size_t kMaxListedNameLength = 960;
 // The parent id whose children a share or folder path lists; empty when the
 // share or folder is unknown.
 std::string parentIdOf(const std::string& path) {
-    VHDatabase& db = VHDatabase::database();
     if (VHFuseUtils::isSharePath(path)) {
-        auto share = db.shareWithPath(path);
+        auto share = driveShareWithPath(path);
         if (!share) return "";
         return share->isSubfolderShare() ? share->internalName() : share->shareId();
     }
-    auto folder = db.fileWithPath(path);
+    auto folder = driveFileWithPath(path);
     return folder ? folder->internalName : "";
 }
 
@@ -39,7 +36,6 @@ std::vector<std::string> listedNames(const std::string& path) {
             // A name from the server that cannot be one path component is not shown.
             if (VHIsSafePathComponent(share.displayName())) names.push_back(share.displayName());
         }
-        names.emplace_back(VHLastPathComponent(kFuseLockPath));
         return names;
     }
     std::string parentId = parentIdOf(path);

@@ -43,8 +43,9 @@ bool VHFuseUtils::isSharePath(std::string_view path) {
 
 std::string VHFuseUtils::fullPathToRelative(std::string_view absolutePath) {
     const std::string& mount = mountPath();
-    if (!VHStartsWith(VHLowercase(absolutePath), VHLowercase(mount))) return "";
-    return std::string(absolutePath.substr(mount.size()));
+    if (!isPathInFolder(absolutePath, mount)) return "";
+    std::string relative(absolutePath.substr(mount.size()));
+    return relative.empty() ? "/" : relative;
 }
 
 std::string VHFuseUtils::relativePathToFull(std::string_view drivePath) {

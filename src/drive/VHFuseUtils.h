@@ -20,8 +20,9 @@ class VHFuseUtils {
     // True for 1 or 2 characters, or no "/" between the second and the
     // next-to-last character; so "/" is one too: test isRootPath first.
     static bool isSharePath(std::string_view path);
-    // The drive path of an absolute path under the mount point (compared
-    // without case); empty when it is not under it.
+    // The drive path of an absolute path at or under the mount point ("/"
+    // for the mount point itself); empty for any other path. Names are
+    // compared as bytes.
     static std::string fullPathToRelative(std::string_view absolutePath);
     static std::string relativePathToFull(std::string_view drivePath);
     // The last component without its extension.

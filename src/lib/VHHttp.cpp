@@ -3,11 +3,11 @@
 #include <QCoreApplication>
 #include <QThread>
 #include <QThreadPool>
-#include <mutex>
 
 #include "lib/VHHttpRedaction.h"
 #include "lib/VHHttpTransport.h"
 #include "lib/VHStrings.h"
+#include "lib/VHThreadSafety.h"
 
 namespace vh {
 
@@ -20,8 +20,8 @@ constexpr size_t kLoggedBodyLimit = 4096;
 // The thread on which asynchronous requests run, created on first use.
 class NetworkThread {
   public:
-    VHHttpMulti* multi() {
-        std::lock_guard lock(mutex_);
+    VHHttpMulti* multi() VH_EXCLUDES(mutex_) {
+        VHMutexLock lock(mutex_);
         if (!thread_) {
             thread_ = new QThread;
             thread_->setObjectName("VHHttpNetwork");
@@ -33,22 +33,26 @@ class NetworkThread {
         return multi_;
     }
 
-    void stop() {
-        std::lock_guard lock(mutex_);
-        if (!thread_) return;
-        thread_->quit();
-        thread_->wait();
-        delete thread_;
-        thread_ = nullptr;
-        multi_ = nullptr;
+    void stop() VH_EXCLUDES(mutex_) {
+        QThread* thread = nullptr;
+        {
+            VHMutexLock lock(mutex_);
+            std::swap(thread, thread_);
+            multi_ = nullptr;
+        }
+        if (!thread) return;
+        // Not under the lock: the thread's last events may still start requests.
+        thread->quit();
+        thread->wait();
+        delete thread;
     }
 
     ~NetworkThread() { stop(); }
 
   private:
-    std::mutex mutex_;
-    QThread* thread_ = nullptr;  // guarded by mutex_
-    VHHttpMulti* multi_ = nullptr;
+    VHMutex mutex_;
+    QThread* thread_ VH_GUARDED_BY(mutex_) = nullptr;
+    VHHttpMulti* multi_ VH_GUARDED_BY(mutex_) = nullptr;  // lives on thread_
 };
 
 NetworkThread& networkThread() {

@@ -11,33 +11,38 @@
 #include "lib/VHAppInfo.h"
 #include "lib/VHLog.h"
 #include "lib/VHSettings.h"
+#include "lib/VHThreadSafety.h"
 
 namespace vh::http_detail {
 
 namespace {
 
-// Lock order: none of these locks is held while another is taken.
-std::mutex gConfigMutex;
-std::optional<std::string> gConnectTo;  // guarded by gConfigMutex; nullopt = not read yet
-std::optional<std::string> gCAFile;     // guarded by gConfigMutex
-std::vector<X509*> gExtraCAs;           // guarded by gConfigMutex; parsed from gCAFile
+// Lock order: none of these locks is held while another is taken, and none
+// across a libcurl call (libcurl takes the share locks itself, and the CA
+// callback takes gConfigMutex during a handshake).
+VHMutex gConfigMutex;
+// nullopt: not read yet.
+std::optional<std::string> gConnectTo VH_GUARDED_BY(gConfigMutex);
+std::optional<std::string> gCAFile VH_GUARDED_BY(gConfigMutex);
+std::vector<X509*> gExtraCAs VH_GUARDED_BY(gConfigMutex);  // parsed from gCAFile
 
-std::mutex gShareLocks[CURL_LOCK_DATA_LAST];
-CURLSH* gShare = nullptr;
+VHMutex gShareLocks[CURL_LOCK_DATA_LAST];
+CURLSH* gShare = nullptr;  // made once by VHHttpGlobalInit
 
-void lockShare(CURL*, curl_lock_data data, curl_lock_access, void*) {
+// libcurl pairs these calls itself, which the analysis cannot follow.
+void lockShare(CURL*, curl_lock_data data, curl_lock_access, void*) VH_NO_THREAD_SAFETY_ANALYSIS {
     gShareLocks[data].lock();
 }
-void unlockShare(CURL*, curl_lock_data data, void*) {
+void unlockShare(CURL*, curl_lock_data data, void*) VH_NO_THREAD_SAFETY_ANALYSIS {
     gShareLocks[data].unlock();
 }
 
-void freeExtraCAs() {
+void freeExtraCAs() VH_REQUIRES(gConfigMutex) {
     for (X509* cert : gExtraCAs) X509_free(cert);
     gExtraCAs.clear();
 }
 
-void loadExtraCAs(const std::string& path) {
+void loadExtraCAs(const std::string& path) VH_REQUIRES(gConfigMutex) {
     freeExtraCAs();
     if (path.empty()) return;
     BIO* bio = BIO_new_file(path.c_str(), "r");
@@ -51,7 +56,7 @@ void loadExtraCAs(const std::string& path) {
 }
 
 // Reads the two settings once, unless a setter came first.
-void loadConfigLocked() {
+void loadConfigLocked() VH_REQUIRES(gConfigMutex) {
     if (!gConnectTo) gConnectTo = VHSettings::overridable("VARNHOLT_CONNECT_TO", "VHConnectTo");
     if (!gCAFile) {
         gCAFile = VHSettings::overridable("VARNHOLT_CA_FILE", "VHCAFile");
@@ -61,7 +66,7 @@ void loadConfigLocked() {
 
 CURLcode addExtraCAs(CURL*, void* sslContext, void*) {
     X509_STORE* store = SSL_CTX_get_cert_store(static_cast<SSL_CTX*>(sslContext));
-    std::lock_guard lock(gConfigMutex);
+    VHMutexLock lock(gConfigMutex);
     for (X509* cert : gExtraCAs) X509_STORE_add_cert(store, cert);
     return CURLE_OK;
 }
@@ -128,12 +133,12 @@ CURLSH* VHHttpShare() {
 }
 
 void VHHttpSetConnectTo(const std::string& value) {
-    std::lock_guard lock(gConfigMutex);
+    VHMutexLock lock(gConfigMutex);
     gConnectTo = value;
 }
 
 void VHHttpSetExtraCAFile(const std::string& path) {
-    std::lock_guard lock(gConfigMutex);
+    VHMutexLock lock(gConfigMutex);
     gCAFile = path;
     loadExtraCAs(path);
 }
@@ -187,7 +192,7 @@ void VHHttpConfigure(CURL* easy, VHHttpExchange& exchange) {
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, &exchange);
     curl_easy_setopt(easy, CURLOPT_PRIVATE, &exchange);
 
-    std::lock_guard lock(gConfigMutex);
+    VHMutexLock lock(gConfigMutex);
     loadConfigLocked();
     if (!gConnectTo->empty()) {
         exchange.connectTo = curl_slist_append(nullptr, ("::" + *gConnectTo).c_str());

@@ -43,6 +43,8 @@ struct VHKey {
     const char* name;
     Field Record::*member;
 };
+template <typename Record, typename Field>
+VHKey(const char*, Field Record::*) -> VHKey<Record, Field>;
 
 template <typename R>
 concept VHJsonRecordType = requires {

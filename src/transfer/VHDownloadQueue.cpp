@@ -17,14 +17,14 @@ namespace {
 constexpr int kSchedulerPeriodMs = 3000;
 constexpr int kFirstChecksDelayMs = 5000;
 
-std::mutex gInstanceMutex;
+VHMutex gInstanceMutex;
 std::atomic<VHDownloadQueue*> gInstance{nullptr};
 
 }  // namespace
 
 VHDownloadQueue& VHDownloadQueue::downloadQueue() {
     if (VHDownloadQueue* queue = gInstance.load(std::memory_order_acquire)) return *queue;
-    std::lock_guard lock(gInstanceMutex);
+    VHMutexLock lock(gInstanceMutex);
     if (!gInstance.load(std::memory_order_relaxed)) {
         gInstance.store(new VHDownloadQueue, std::memory_order_release);
     }
@@ -32,7 +32,7 @@ VHDownloadQueue& VHDownloadQueue::downloadQueue() {
 }
 
 void VHDownloadQueue::resetForTests() {
-    std::lock_guard lock(gInstanceMutex);
+    VHMutexLock lock(gInstanceMutex);
     VHDownloadQueue* queue = gInstance.exchange(nullptr);
     if (!queue) return;
     queue->stopThread();
@@ -168,7 +168,7 @@ void VHDownloadQueue::connectionFinished(VHDownloadConnection& connection,
                                          const VHHttpResponse& response) {
     bool failed = static_cast<bool>(response.error);
     if (!connection.task->isFileDownload) {
-        readEnded(connection);
+        readEnded(connection, readFailureMayPass(connection, response));
     } else if (failed) {
         fileFailed(connection, response.error.message);
     } else {
@@ -178,13 +178,16 @@ void VHDownloadQueue::connectionFinished(VHDownloadConnection& connection,
 }
 
 bool VHDownloadQueue::isFileDownloaded(const VHFile& file) {
-    return VHIsPathIgnored(file.publicName) || file.fileSize == 0 ||
-           VHFileCache::fileCache().hasCompleteCache(file);
+    // An ignored name that the service holds contents of (".profile", "...")
+    // is fetched like any other; only one that never left this machine has
+    // nothing to fetch.
+    bool localOnly = VHIsPathIgnored(file.publicName) && file.uploadName.empty();
+    return localOnly || file.fileSize == 0 || VHFileCache::fileCache().hasCompleteCache(file);
 }
 
 bool VHDownloadQueue::isFileDownloading(const VHFile& file, bool rightNow) {
     if (file.uploadName.empty()) return false;
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     auto it = filesStatus_.find(file.internalName);
     if (it == filesStatus_.end()) return false;
     return !rightNow || it->second.downloadingChunk;
@@ -192,19 +195,19 @@ bool VHDownloadQueue::isFileDownloading(const VHFile& file, bool rightNow) {
 
 bool VHDownloadQueue::isFileInQueue(const VHFile& file) {
     if (file.uploadName.empty()) return false;
-    std::lock_guard lock(downloadMutex_);
+    VHMutexLock lock(downloadMutex_);
     return allFileDownloads_.contains(file.internalName);
 }
 
 uint64_t VHDownloadQueue::queueBytes() {
-    std::lock_guard lock(downloadMutex_);
+    VHMutexLock lock(downloadMutex_);
     return downloadFileBytes_ > partiallyDownloadedBytes_
                ? downloadFileBytes_ - partiallyDownloadedBytes_
                : 0;
 }
 
 uint64_t VHDownloadQueue::queueLen() {
-    std::lock_guard lock(downloadMutex_);
+    VHMutexLock lock(downloadMutex_);
     return fileDownloads_.size() + priorityFileDownloads_.size();
 }
 

@@ -17,12 +17,14 @@
 // Locks: readMutex_ (reads) and downloadMutex_ (whole-file downloads) are
 // never held together; either may be held while taking the cache's lock or a
 // task's own lock, which are leaves. syncedMutex_ is a leaf. No lock of this
-// class is held across a database call, a signal or a libcurl call.
+// class is held across a database call, a signal, a libcurl call or a wait
+// for another thread.
 #pragma once
 
 #include <QObject>
 #include <QThread>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -34,6 +36,7 @@
 #include <vector>
 
 #include "lib/VHHttp.h"
+#include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
 #include "transfer/VHByteRange.h"
@@ -75,9 +78,13 @@ class VHDownloadQueue : public QObject {
     // ---- Reads (drive threads) ------------------------------------------
 
     // The bytes [offset, offset + size) cut to the file's end: from the cache,
-    // else from the network within 7 s. Empty at the end of the file (without
-    // a request); nothing past it, on failure or time-out. A file whose share
-    // is unknown is moved to the share that `path` (its drive path) lies in.
+    // else from the network within 7 s. A request that fails for a reason
+    // that may pass (no answer, a server error, a short answer) is asked
+    // again after a short pause, 0.1 s at first and doubling up to 1 s, while
+    // the 7 s last. Empty at the end of the file (without a request); nothing
+    // past it, on time-out or once the service refused the range. A file
+    // whose share is unknown is moved to the share that `path` (its drive
+    // path) lies in.
     std::optional<std::string> downloadChunk(int64_t offset, uint64_t size, const VHFile& file,
                                              const std::string& path);
 
@@ -98,7 +105,8 @@ class VHDownloadQueue : public QObject {
 
     // ---- Questions (file manager overlays, progress display) --------------
 
-    // Ignored by the name rules, empty, or complete in the cache.
+    // Empty, complete in the cache, or ignored by the name rules and never
+    // uploaded (nothing to fetch).
     bool isFileDownloaded(const VHFile& file);
     // With `rightNow` false: the file has been read through the network;
     // true: a read connection for it is running. False without an uploadName.
@@ -151,6 +159,12 @@ class VHDownloadQueue : public QObject {
     using Task = std::shared_ptr<VHFileDownloadTask>;
     using Connection = std::shared_ptr<VHDownloadConnection>;
 
+    // What one request for a reader's range gave.
+    struct ReadAttempt {
+        std::optional<std::string> data;
+        bool retryable = false;  // nothing, but asking again may help
+    };
+
     VHDownloadQueue();
     ~VHDownloadQueue() override;
 
@@ -161,11 +175,12 @@ class VHDownloadQueue : public QObject {
     void schedulerTick();
     void performCheckDownloadsToDelete();
     void checkDownloads();
-    std::vector<Task> readTasksToStart();
-    std::vector<Task> fileTasksToStart(std::vector<Task>& alreadyDownloaded);
-    // Starts or skips one list's tasks. Requires downloadMutex_.
+    std::vector<Task> readTasksToStart() VH_EXCLUDES(readMutex_);
+    std::vector<Task> fileTasksToStart(std::vector<Task>& alreadyDownloaded)
+        VH_EXCLUDES(downloadMutex_);
+    // Starts or skips one list's tasks.
     void takeFileTasks(std::vector<Task>& list, std::vector<Task>& toStart,
-                       std::vector<Task>& alreadyDownloaded);
+                       std::vector<Task>& alreadyDownloaded) VH_REQUIRES(downloadMutex_);
     void processDownloadTask(const Task& task);
     void processFileDownloadTask(const Task& task);
     std::optional<VHHttpRequest> downloadRequestForFile(const VHFile& file, VHByteRange range);
@@ -175,42 +190,51 @@ class VHDownloadQueue : public QObject {
     void connectionResponded(VHDownloadConnection& connection, long status);
     bool connectionReceived(VHDownloadConnection& connection, std::string_view bytes);
     void connectionFinished(VHDownloadConnection& connection, const VHHttpResponse& response);
-    void deliverReads(const VHDownloadConnection& connection);
-    bool fileBytesReceived(VHDownloadConnection& connection, uint64_t length);
-    void readEnded(VHDownloadConnection& connection);
-    void fileFinished(VHDownloadConnection& connection);
-    void fileFailed(VHDownloadConnection& connection, const std::string& error);
+    void deliverReads(const VHDownloadConnection& connection) VH_EXCLUDES(readMutex_);
+    bool fileBytesReceived(VHDownloadConnection& connection, uint64_t length)
+        VH_EXCLUDES(downloadMutex_);
+    // Ends a read connection; a reader still waiting for its task wakes up
+    // without bytes, told whether asking again may help.
+    void readEnded(VHDownloadConnection& connection, bool mayPass) VH_EXCLUDES(readMutex_);
+    static bool readFailureMayPass(const VHDownloadConnection& connection,
+                                   const VHHttpResponse& response);
+    void fileFinished(VHDownloadConnection& connection) VH_EXCLUDES(downloadMutex_);
+    void fileFailed(VHDownloadConnection& connection, const std::string& error)
+        VH_EXCLUDES(downloadMutex_);
 
     // Reads.
     void repairShare(VHFile& file, const std::string& path);
-    Task queueRead(const VHFile& file, VHByteRange range);
-    // Requires readMutex_.
-    void deleteCompletedTask(const Task& task);
+    // One request for the range: queues a task and waits for it until `deadline`.
+    ReadAttempt fetchRange(const VHFile& file, VHByteRange range,
+                           std::chrono::steady_clock::time_point deadline) VH_EXCLUDES(readMutex_);
+    Task queueRead(const VHFile& file, VHByteRange range) VH_EXCLUDES(readMutex_);
+    void deleteCompletedTask(const Task& task) VH_REQUIRES(readMutex_);
 
     // Whole-file downloads.
-    void downloadFile(const VHFile& file, bool highPriority);
-    // Requires downloadMutex_. Harmless when the task is gone already.
-    void deleteCompletedFileDownload(const Task& task);
+    void downloadFile(const VHFile& file, bool highPriority) VH_EXCLUDES(downloadMutex_);
+    // Harmless when the task is gone already. `task` is a copy: the caller's
+    // reference may be the very entry this removes.
+    void deleteCompletedFileDownload(Task task) VH_REQUIRES(downloadMutex_);
 
     // Synchronized folders.
     void queueNotDownloaded(const std::vector<VHFile>& items);
     void refreshSiblings(bool synchronized, const std::vector<VHFile>& items);
 
-    std::mutex readMutex_;
-    std::vector<Task> downloadTasks_;                                    // by readMutex_
-    std::unordered_map<std::string, VHFileDownloadStatus> filesStatus_;  // by readMutex_
-    uint64_t runningTasks_ = 0;                                          // by readMutex_
+    VHMutex readMutex_;
+    std::vector<Task> downloadTasks_ VH_GUARDED_BY(readMutex_);
+    std::unordered_map<std::string, VHFileDownloadStatus> filesStatus_ VH_GUARDED_BY(readMutex_);
+    uint64_t runningTasks_ VH_GUARDED_BY(readMutex_) = 0;
 
-    std::mutex downloadMutex_;
-    std::vector<Task> fileDownloads_;                         // by downloadMutex_
-    std::vector<Task> priorityFileDownloads_;                 // by downloadMutex_
-    std::unordered_map<std::string, Task> allFileDownloads_;  // by downloadMutex_
-    uint64_t runningFileDownloads_ = 0;                       // by downloadMutex_
-    uint64_t downloadFileBytes_ = 0;                          // by downloadMutex_
-    uint64_t partiallyDownloadedBytes_ = 0;                   // by downloadMutex_
+    VHMutex downloadMutex_;
+    std::vector<Task> fileDownloads_ VH_GUARDED_BY(downloadMutex_);
+    std::vector<Task> priorityFileDownloads_ VH_GUARDED_BY(downloadMutex_);
+    std::unordered_map<std::string, Task> allFileDownloads_ VH_GUARDED_BY(downloadMutex_);
+    uint64_t runningFileDownloads_ VH_GUARDED_BY(downloadMutex_) = 0;
+    uint64_t downloadFileBytes_ VH_GUARDED_BY(downloadMutex_) = 0;
+    uint64_t partiallyDownloadedBytes_ VH_GUARDED_BY(downloadMutex_) = 0;
 
-    std::mutex syncedMutex_;
-    std::set<std::string> syncedFolders_;  // by syncedMutex_
+    VHMutex syncedMutex_;
+    std::set<std::string> syncedFolders_ VH_GUARDED_BY(syncedMutex_);
 
     // The thread and the objects that live on it; made by the constructor.
     std::unique_ptr<QThread> thread_;

@@ -43,7 +43,7 @@ void VHDownloadQueue::downloadShare(const ManagedShare& share) {
 
 void VHDownloadQueue::downloadFile(const VHFile& file, bool highPriority) {
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         auto it = allFileDownloads_.find(file.internalName);
         if (it != allFileDownloads_.end()) {
             Task task = it->second;
@@ -65,7 +65,7 @@ void VHDownloadQueue::downloadFile(const VHFile& file, bool highPriority) {
 }
 
 void VHDownloadQueue::cancelFileDownload(const VHFile& file) {
-    std::lock_guard lock(downloadMutex_);
+    VHMutexLock lock(downloadMutex_);
     auto it = allFileDownloads_.find(file.internalName);
     if (it == allFileDownloads_.end()) return;
     if (it->second->isStarted) {
@@ -77,15 +77,15 @@ void VHDownloadQueue::cancelFileDownload(const VHFile& file) {
 
 void VHDownloadQueue::cancelAllDownloads() {
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         for (const Task& task : priorityFileDownloads_) task->cancel = true;
         for (const Task& task : fileDownloads_) task->cancel = true;
     }
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     for (const Task& task : downloadTasks_) task->cancel = true;
 }
 
-void VHDownloadQueue::deleteCompletedFileDownload(const Task& task) {
+void VHDownloadQueue::deleteCompletedFileDownload(Task task) {
     // Every entry goes: a task asked for twice stands twice in the high list.
     std::erase(priorityFileDownloads_, task);
     std::erase(fileDownloads_, task);
@@ -98,7 +98,7 @@ void VHDownloadQueue::deleteCompletedFileDownload(const Task& task) {
 std::vector<VHDownloadQueue::Task> VHDownloadQueue::fileTasksToStart(
     std::vector<Task>& alreadyDownloaded) {
     std::vector<Task> toStart;
-    std::lock_guard lock(downloadMutex_);
+    VHMutexLock lock(downloadMutex_);
     takeFileTasks(priorityFileDownloads_, toStart, alreadyDownloaded);
     takeFileTasks(fileDownloads_, toStart, alreadyDownloaded);
     return toStart;
@@ -144,7 +144,7 @@ bool VHDownloadQueue::fileBytesReceived(VHDownloadConnection& connection, uint64
     bool cancelled = false;
     bool progress = false;
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         partiallyDownloadedBytes_ += length;
         if (connection.task->cancel) {
             if (runningFileDownloads_ > 0) --runningFileDownloads_;
@@ -173,7 +173,7 @@ void VHDownloadQueue::fileFinished(VHDownloadConnection& connection) {
     const VHFile& file = connection.task->file;
     bool ok = connection.responceCode == 200;
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         if (runningFileDownloads_ > 0) --runningFileDownloads_;
         deleteCompletedFileDownload(connection.task);
         partiallyDownloadedBytes_ -= std::min(partiallyDownloadedBytes_, connection.received);
@@ -197,7 +197,7 @@ void VHDownloadQueue::fileFailed(VHDownloadConnection& connection, const std::st
     const VHFile& file = connection.task->file;
     VHLog(kLogMain, "File %@ download failed with error: %@", file.publicName, error);
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         if (runningFileDownloads_ > 0) --runningFileDownloads_;
         deleteCompletedFileDownload(connection.task);
         partiallyDownloadedBytes_ -= std::min(partiallyDownloadedBytes_, connection.received);

@@ -1,6 +1,7 @@
 // The read side of the download queue: ranges the drive is waiting for.
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "lib/VHLog.h"
 #include "store/VHDatabase.h"
@@ -8,6 +9,22 @@
 #include "transfer/VHFileCache.h"
 
 namespace vh {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Between attempts of a failed read: short at first, never long, so that a
+// server that fails now and then costs a read little.
+constexpr std::chrono::milliseconds kFirstRetryDelay{100};
+constexpr std::chrono::milliseconds kLongestRetryDelay{1000};
+
+// Answers that say nothing about the range itself: the next request may get it.
+bool isPassing(long status) {
+    return status == 408 || status == 429 || status >= 500;
+}
+
+}  // namespace
 
 std::optional<std::string> VHDownloadQueue::downloadChunk(int64_t offset, uint64_t size,
                                                           const VHFile& requested,
@@ -18,17 +35,31 @@ std::optional<std::string> VHDownloadQueue::downloadChunk(int64_t offset, uint64
     VHByteRange range{static_cast<uint64_t>(offset),
                       std::min(size, file.fileSize - static_cast<uint64_t>(offset))};
     if (range.length == 0) return std::string();
-    if (auto bytes = VHFileCache::fileCache().getChunk(offset, range.length, file)) return bytes;
 
+    Clock::time_point deadline =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                           std::chrono::duration<double>(kReadWaitSeconds));
+    std::chrono::milliseconds delay = kFirstRetryDelay;
+    while (true) {
+        if (auto bytes = VHFileCache::fileCache().getChunk(offset, range.length, file)) {
+            return bytes;
+        }
+        ReadAttempt attempt = fetchRange(file, range, deadline);
+        if (attempt.data || !attempt.retryable) return std::move(attempt.data);
+        if (Clock::now() + delay >= deadline) return std::nullopt;
+        std::this_thread::sleep_for(delay);
+        delay = std::min(delay * 2, kLongestRetryDelay);
+    }
+}
+
+VHDownloadQueue::ReadAttempt VHDownloadQueue::fetchRange(const VHFile& file, VHByteRange range,
+                                                         Clock::time_point deadline) {
     Task task = queueRead(file, range);
     scheduleCheckDownloads();
-    auto waitFor = std::chrono::duration<double>(kReadWaitSeconds);
-    task->waitForCompletion(
-        std::chrono::steady_clock::now() +
-        std::chrono::duration_cast<std::chrono::steady_clock::duration>(waitFor));
-    std::lock_guard lock(readMutex_);
+    task->waitForCompletion(deadline);
+    VHMutexLock lock(readMutex_);
     deleteCompletedTask(task);
-    return std::move(task->data);
+    return {std::move(task->data), task->isCompleted && task->retryable};
 }
 
 void VHDownloadQueue::repairShare(VHFile& file, const std::string& path) {
@@ -42,7 +73,7 @@ void VHDownloadQueue::repairShare(VHFile& file, const std::string& path) {
 
 VHDownloadQueue::Task VHDownloadQueue::queueRead(const VHFile& file, VHByteRange range) {
     auto task = std::make_shared<VHFileDownloadTask>(file, range);
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     VHFileDownloadStatus& status = filesStatus_[file.internalName];
     status.file = file;
     status.lastRead = VHDate::now();
@@ -61,7 +92,7 @@ void VHDownloadQueue::deleteCompletedTask(const Task& task) {
 
 std::vector<VHDownloadQueue::Task> VHDownloadQueue::readTasksToStart() {
     std::vector<Task> toStart;
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     for (const Task& task : downloadTasks_) {
         if (runningTasks_ >= kMaxReadConnections) break;
         if (task->isCompleted) continue;
@@ -93,7 +124,7 @@ void VHDownloadQueue::processDownloadTask(const Task& task) {
 
     std::optional<VHHttpRequest> request = downloadRequestForFile(file, connection->range);
     if (!request || !multi_) {
-        readEnded(*connection);
+        readEnded(*connection, false);
         scheduleCheckDownloads();
         return;
     }
@@ -103,7 +134,7 @@ void VHDownloadQueue::processDownloadTask(const Task& task) {
 void VHDownloadQueue::deliverReads(const VHDownloadConnection& connection) {
     VHByteRange received{connection.range.location, connection.received};
     const std::string& name = connection.task->file.internalName;
-    std::lock_guard lock(readMutex_);
+    VHMutexLock lock(readMutex_);
     for (const Task& task : downloadTasks_) {
         if (task->isCompleted || task->file.internalName != name) continue;
         if (!received.contains(task->range)) continue;
@@ -114,13 +145,23 @@ void VHDownloadQueue::deliverReads(const VHDownloadConnection& connection) {
     }
 }
 
-void VHDownloadQueue::readEnded(VHDownloadConnection& connection) {
-    std::lock_guard lock(readMutex_);
+void VHDownloadQueue::readEnded(VHDownloadConnection& connection, bool mayPass) {
+    VHFileDownloadTask& task = *connection.task;
+    VHMutexLock lock(readMutex_);
     if (runningTasks_ > 0) --runningTasks_;
-    filesStatus_[connection.task->file.internalName].downloadingChunk = false;
-    // A connection that ends without its own task's bytes (failure, an error
-    // status, a short answer) is not repeated: that reader runs into its limit.
-    connection.task->isCompleted = true;
+    filesStatus_[task.file.internalName].downloadingChunk = false;
+    if (task.isCompleted) return;
+    // Ended without its own task's bytes: the reader decides whether to ask again.
+    task.isCompleted = true;
+    task.retryable = mayPass;
+    task.signalCompleted();
+}
+
+bool VHDownloadQueue::readFailureMayPass(const VHDownloadConnection& connection,
+                                         const VHHttpResponse& response) {
+    if (response.error) return true;
+    long status = connection.responceCode ? connection.responceCode : response.status;
+    return status == 200 || isPassing(status);  // a 200 that ended short
 }
 
 }  // namespace vh

@@ -42,7 +42,7 @@ void VHDownloadQueue::queueNotDownloaded(const std::vector<VHFile>& items) {
 }
 
 bool VHDownloadQueue::pathIsSynchronized(const std::string& path) {
-    std::lock_guard lock(syncedMutex_);
+    VHMutexLock lock(syncedMutex_);
     return syncedFolders_.contains(path);
 }
 
@@ -91,14 +91,14 @@ void VHDownloadQueue::updateSyncedPathes() {
             if (!path.empty()) paths.insert(path);
         }
     }
-    std::lock_guard lock(syncedMutex_);
+    VHMutexLock lock(syncedMutex_);
     syncedFolders_ = std::move(paths);
 }
 
 bool VHDownloadQueue::pathHasDownloads(const std::string& path) {
     std::vector<VHFile> queued;
     {
-        std::lock_guard lock(downloadMutex_);
+        VHMutexLock lock(downloadMutex_);
         for (const auto& [name, task] : allFileDownloads_) queued.push_back(task->file);
     }
     std::string prefix = path;

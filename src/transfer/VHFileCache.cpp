@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 
+#include "lib/VHFatalError.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPathUtils.h"
@@ -29,7 +29,7 @@ constexpr const char* kAttrsSuffix = ".attrs";
 
 // Serialises making and dropping the instance; fileCache() reads gInstance
 // without it once the instance exists.
-std::mutex gInstanceMutex;
+VHMutex gInstanceMutex;
 std::atomic<VHFileCache*> gInstance{nullptr};
 
 // Stops the sweep thread and closes descriptors at process exit.
@@ -46,29 +46,20 @@ bool isFolder(const std::string& path) {
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// Creates `path` and missing parents (mode 0700); 0 or the errno of the failure.
-int makeFolders(const std::string& path) {
-    if (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return 0;
-    if (errno != ENOENT) return errno;
-    std::string parent = VHDeletingLastPathComponent(path);
-    if (parent.empty() || parent == path) return ENOENT;
-    if (int error = makeFolders(parent)) return error;
-    return mkdir(path.c_str(), 0700) == 0 || errno == EEXIST ? 0 : errno;
-}
-
-// The root or one of its folders must be a folder; anything else ends the process.
-void ensureCacheFolder(const std::string& path) {
+// The root or one of its folders must be a private folder; false (logged)
+// when it is not and cannot be made one.
+bool ensureCacheFolder(const std::string& path) {
     struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        if (int error = makeFolders(path)) {
-            VHLog(kLogMain, "Error! Cannot create cache directory at path : %@, error : %@", path,
-                  std::strerror(error));
-            std::exit(100);
-        }
-    } else if (!S_ISDIR(st.st_mode)) {
+    if (stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) {
         VHLog(kLogMain, "Error! Unknown file exists at cache directory location : %@", path);
-        std::exit(100);
+        return false;
     }
+    if (!VHPaths::makePrivateDir(path)) {
+        VHLog(kLogMain, "Error! Cannot create cache directory at path : %@, error : %@", path,
+              std::strerror(errno));
+        return false;
+    }
+    return true;
 }
 
 // Reads until `length` bytes or the end of the file; -1 on error (errno set).
@@ -132,15 +123,21 @@ bool removeIfExists(const std::string& path) {
 
 VHFileCache& VHFileCache::fileCache() {
     if (VHFileCache* cache = gInstance.load(std::memory_order_acquire)) return *cache;
-    std::lock_guard lock(gInstanceMutex);
-    if (!gInstance.load(std::memory_order_relaxed)) {
-        gInstance.store(new VHFileCache(VHPaths::dataRoot()), std::memory_order_release);
+    VHFileCache* made = nullptr;
+    {
+        VHMutexLock lock(gInstanceMutex);
+        if (!gInstance.load(std::memory_order_relaxed)) {
+            made = new VHFileCache(VHPaths::dataRoot());
+            gInstance.store(made, std::memory_order_release);
+        }
     }
-    return *gInstance.load(std::memory_order_relaxed);
+    // Reported without the lock: the handler may ask the cache for its folders.
+    if (made && !made->ready_) VHReportFatalError(kExitDataFolderFailure);
+    return made ? *made : *gInstance.load(std::memory_order_acquire);
 }
 
 void VHFileCache::resetForTests() {
-    std::lock_guard lock(gInstanceMutex);
+    VHMutexLock lock(gInstanceMutex);
     delete gInstance.exchange(nullptr);
 }
 
@@ -173,6 +170,9 @@ VHFileCache::~VHFileCache() {
     if (&VHStoreHooks::cache() == this) VHStoreHooks::setCache(nullptr);
     sweepThread_->quit();
     sweepThread_->wait();
+    // Under the lock, so that the sweep's last run visibly comes first.
+    VHMutexLock lock(mutex_);
+    cacheItems_.clear();
 }
 
 void VHFileCache::initCachePathes(const std::string& root) {
@@ -182,8 +182,9 @@ void VHFileCache::initCachePathes(const std::string& root) {
     downloads_ = VHPaths::join(root, "Downloads");
     logs_ = VHPaths::join(root, "Logs");
     for (const std::string* path : {&root_, &files_, &uploads_, &downloads_, &logs_}) {
-        ensureCacheFolder(*path);
+        if (!ensureCacheFolder(*path)) return;
     }
+    ready_ = true;
 }
 
 void VHFileCache::startExpirySweep() {
@@ -200,12 +201,12 @@ void VHFileCache::startExpirySweep() {
 
 void VHFileCache::checkExpiredCaches() {
     VHDate cutoff = VHDate::now().addingSeconds(-kExpirySeconds);
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     std::erase_if(cacheItems_, [&](const auto& entry) { return entry.second->lastRead < cutoff; });
 }
 
 std::string VHFileCache::pathForFileDownload(const VHFile& file) const {
-    if (!VHIsSafePathComponent(file.internalName)) return "";
+    if (!ready_ || !VHIsSafePathComponent(file.internalName)) return "";
     return VHPaths::join(downloads_, file.internalName);
 }
 
@@ -213,7 +214,7 @@ std::string VHFileCache::pathForFileCache(const std::string& shareId,
                                           const std::string& internalName) const {
     std::string shareFolder = pathForShareCache(shareId);
     if (shareFolder.empty() || !VHIsSafePathComponent(internalName)) return "";
-    if (!exists(shareFolder)) makeFolders(shareFolder);
+    if (!exists(shareFolder)) VHPaths::makePrivateDir(shareFolder);
     return VHPaths::join(shareFolder, internalName);
 }
 
@@ -232,7 +233,7 @@ std::string VHFileCache::pathForFileExtAttrs(const VHFile& file) const {
 }
 
 std::string VHFileCache::pathForShareCache(const std::string& shareId) const {
-    if (!VHIsSafePathComponent(shareId)) return "";
+    if (!ready_ || !VHIsSafePathComponent(shareId)) return "";
     return VHPaths::join(files_, shareId);
 }
 
@@ -277,7 +278,7 @@ void VHFileCache::openCacheForItem(VHFileCacheItem& item) {
 std::optional<std::string> VHFileCache::getChunk(int64_t offset, uint64_t length,
                                                  const VHFile& file) {
     if (!safeNames({file.shareId, file.internalName})) return std::nullopt;
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     VHFileCacheItem& item = cacheItemForFile(file);
     if (item.fd < 0) return std::nullopt;
     uint64_t available = item.availableData;
@@ -299,7 +300,7 @@ std::optional<std::string> VHFileCache::getChunk(int64_t offset, uint64_t length
 
 uint64_t VHFileCache::availableDataForFile(const VHFile& file) {
     if (!safeNames({file.shareId, file.internalName})) return 0;
-    std::lock_guard lock(mutex_);
+    VHMutexLock lock(mutex_);
     return cacheItemForFile(file).availableData;
 }
 
@@ -307,7 +308,7 @@ void VHFileCache::addChunk(std::string_view data, uint64_t location, const VHFil
     if (!safeNames({file.shareId, file.internalName})) return;
     bool completed = false;
     {
-        std::lock_guard lock(mutex_);
+        VHMutexLock lock(mutex_);
         completed = writeChunk(cacheItemForFile(file), data, location, file);
     }
     if (!completed) return;

@@ -13,18 +13,21 @@
 // One process-wide instance (fileCache()). Every method may be called from
 // any thread. A share id or internal name that is not a safe path component
 // never becomes a path: path methods return "" for it and operations log one
-// line and do nothing (reads give nothing, queries false or 0).
+// line and do nothing (reads give nothing, queries false or 0). The same holds
+// for every file when the data folders could not be set up.
+//
+// The data root and every folder the cache makes are private (0700).
 #pragma once
 
 #include <QThread>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
+#include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
 #include "store/VHStoreHooks.h"
@@ -34,10 +37,12 @@ namespace vh {
 
 class VHFileCache final : public VHCacheFiles {
   public:
-    // Made on first use: creates the five folders (a folder that cannot be
-    // made, or a plain file in its place, logs and ends the process with
-    // status 100), registers with VHStoreHooks and starts the expiry sweep.
-    // A log sink must not call back into fileCache() while it is being made.
+    // Made on first use: creates the five folders, registers with
+    // VHStoreHooks and starts the expiry sweep. A folder that cannot be made,
+    // or a plain file in its place, is logged and reported as fatal (status
+    // 100, VHReportFatalError); the instance is still made, and every file
+    // operation on it fails. A log sink must not call back into fileCache()
+    // while it is being made.
     static VHFileCache& fileCache();
     // Test-only: drops the instance (unregistering it) so that the next
     // fileCache() makes a fresh one for the current HOME. No other thread may
@@ -115,23 +120,24 @@ class VHFileCache final : public VHCacheFiles {
     void startExpirySweep();
     void checkExpiredCaches();
 
-    // The item of `file`, made and opened when absent. Requires mutex_.
-    VHFileCacheItem& cacheItemForFile(const VHFile& file);
-    void openCacheForItem(VHFileCacheItem& item);
-    // True when the chunk completed the file. Require mutex_.
+    // The item of `file`, made and opened when absent.
+    VHFileCacheItem& cacheItemForFile(const VHFile& file) VH_REQUIRES(mutex_);
+    void openCacheForItem(VHFileCacheItem& item) VH_REQUIRES(mutex_);
+    // True when the chunk completed the file.
     bool writeChunk(VHFileCacheItem& item, std::string_view data, uint64_t location,
-                    const VHFile& file);
-    bool completeDownload(VHFileCacheItem& item, const VHFile& file);
+                    const VHFile& file) VH_REQUIRES(mutex_);
+    bool completeDownload(VHFileCacheItem& item, const VHFile& file) VH_REQUIRES(mutex_);
 
     // Set once by the constructor, then read-only.
     std::string root_, files_, uploads_, downloads_, logs_;
+    bool ready_ = false;  // all five folders are in place
 
     // Guards cacheItems_ and every item in it, so that reads, writes and the
     // sweep never interleave. Path, create, delete and move operations do not
     // take it. A leaf lock: never held while a hook runs or another lock is taken.
-    std::mutex mutex_;
-    std::unordered_map<std::string, std::unique_ptr<VHFileCacheItem>>
-        cacheItems_;  // by internalName
+    VHMutex mutex_;
+    std::unordered_map<std::string, std::unique_ptr<VHFileCacheItem>> cacheItems_
+        VH_GUARDED_BY(mutex_);  // by internalName
 
     // Runs the 5-second expiry timer; stopped by the destructor.
     std::unique_ptr<QThread> sweepThread_;

@@ -7,15 +7,18 @@ VHFileDownloadTask::VHFileDownloadTask(const VHFile& file, VHByteRange range, bo
 
 void VHFileDownloadTask::signalCompleted() {
     {
-        std::lock_guard lock(mutex_);
+        VHMutexLock lock(mutex_);
         signalled_ = true;
     }
     completed_.notify_all();
 }
 
 bool VHFileDownloadTask::waitForCompletion(std::chrono::steady_clock::time_point deadline) {
-    std::unique_lock lock(mutex_);
-    return completed_.wait_until(lock, deadline, [this] { return signalled_; });
+    VHMutexLock lock(mutex_);
+    while (!signalled_) {
+        if (completed_.wait_until(lock, deadline) == std::cv_status::timeout) return signalled_;
+    }
+    return true;
 }
 
 }  // namespace vh

@@ -6,10 +6,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "transfer/VHByteRange.h"
 
@@ -31,18 +31,21 @@ class VHFileDownloadTask {
     std::optional<std::string> data;  // a read's bytes, once delivered
     bool isStarted = false;
     bool isCompleted = false;  // delivered, or ended without bytes
-    int32_t priority = 0;      // 1 when queued as high priority
+    // A read that ended without bytes for a reason that may pass (no answer,
+    // a server error, a short answer): asking again may help.
+    bool retryable = false;
+    int32_t priority = 0;  // 1 when queued as high priority
     bool cancel = false;
 
     // Wakes the waiting reader. Takes only the task's own lock (a leaf).
-    void signalCompleted();
+    void signalCompleted() VH_EXCLUDES(mutex_);
     // Blocks until signalCompleted() or the deadline; true when signalled.
-    bool waitForCompletion(std::chrono::steady_clock::time_point deadline);
+    bool waitForCompletion(std::chrono::steady_clock::time_point deadline) VH_EXCLUDES(mutex_);
 
   private:
-    std::mutex mutex_;
-    std::condition_variable completed_;
-    bool signalled_ = false;  // guarded by mutex_
+    VHMutex mutex_;
+    std::condition_variable_any completed_;
+    bool signalled_ VH_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace vh

@@ -37,6 +37,10 @@ class VHDriveMountTest : public testing::Test {
         VHFileCache::resetForTests();
         mountPath_ = VHCurrentTestHome() + "/Varnholt";
     }
+    void TearDown() override {
+        VHDatabase::database().unload();
+        VHFileCache::resetForTests();
+    }
 
     // Two shares: nested folders, files of several sizes, a file locked by
     // another user, and names the drive must not list.
@@ -63,7 +67,9 @@ class VHDriveMountTest : public testing::Test {
         alpha.back().Deleted = true;
         alpha.back().Tick = 14;
         VHApplyItems("s1", alpha);
-        VHApplyItems("s2", {VHTestItem("s2", "b-read", "s2", "readme.md", 42, 1)});
+        // Beta is a share the user may only read.
+        VHApplyItems("s2", {VHTestItem("s2", "b-read", "s2", "readme.md", 42, 1),
+                            VHTestItem("s2", "b-folder", "s2", "notes", std::nullopt, 2)});
     }
 
     std::string mountPath_;
@@ -80,19 +86,26 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_EQ(VHRun("cd '" + m + "' && find . | sort"),
               ".\n./Alpha\n./Alpha/docs\n./Alpha/docs/deep\n./Alpha/docs/deep/big.bin\n"
               "./Alpha/docs/deep/half.bin\n./Alpha/docs/locked.docx\n./Alpha/docs/report.txt\n"
-              "./Alpha/empty.txt\n./Beta\n./Beta/readme.md\n");
+              "./Alpha/empty.txt\n./Beta\n./Beta/notes\n./Beta/readme.md\n");
 
     // mode, size, st_blocks, mtime, type
     auto stat = [&](const std::string& p) {
         return VHRun("stat -c '%a %s %b %Y %F' '" + m + p + "'");
     };
-    EXPECT_EQ(stat("/Alpha/docs/report.txt"), "600 1000 487 1700000204 regular file\n");
-    EXPECT_EQ(stat("/Alpha/docs/deep/half.bin"), "600 512 511 1700000205 regular file\n");
-    EXPECT_EQ(stat("/Alpha/empty.txt"), "600 0 511 1700000203 regular empty file\n");
-    EXPECT_EQ(stat("/Alpha/docs/deep/big.bin"), "600 52428800 511 1700000206 regular file\n");
-    EXPECT_EQ(stat("/Alpha/docs/locked.docx"), "444 10 9 1700000207 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/report.txt"), "600 1000 2 1700000204 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/deep/half.bin"), "600 512 1 1700000205 regular file\n");
+    EXPECT_EQ(stat("/Alpha/empty.txt"), "600 0 0 1700000203 regular empty file\n");
+    EXPECT_EQ(stat("/Alpha/docs/deep/big.bin"), "600 52428800 102400 1700000206 regular file\n");
+    EXPECT_EQ(stat("/Alpha/docs/locked.docx"), "444 10 1 1700000207 regular file\n");
     EXPECT_EQ(stat("/Alpha/docs"), "700 0 0 1700000201 directory\n");
     EXPECT_EQ(VHRun("stat -c '%a %F %s' '" + m + "/Alpha'"), "700 directory 0\n");
+    // Nothing in a share the user may only read shows as writable.
+    EXPECT_EQ(VHRun("cd '" + m + "' && stat -c '%a %n' Beta Beta/notes Beta/readme.md"),
+              "500 Beta\n500 Beta/notes\n400 Beta/readme.md\n");
+    // Names are bytes: another case is another name.
+    EXPECT_NE(VHRun("stat '" + m + "/alpha'", true).find("No such file"), std::string::npos);
+    EXPECT_NE(VHRun("stat '" + m + "/ALPHA/empty.txt'", true).find("No such file"),
+              std::string::npos);
     EXPECT_EQ(VHRun("stat -c '%u:%g' '" + m + "/Alpha/empty.txt'"),
               std::to_string(geteuid()) + ":" + std::to_string(getegid()) + "\n");
     EXPECT_EQ(VHRun("stat -c '%X' '" + m + "/Alpha/empty.txt'"), "1700000100\n");
@@ -129,6 +142,60 @@ TEST_F(VHDriveMountTest, ToolsSeeTheStoredSharesFoldersAndFiles) {
     EXPECT_TRUE(drive.unmount());
     EXPECT_TRUE(unmounted);
     EXPECT_EQ(VHRun("grep -c ' " + m + " ' /proc/mounts"), "0\n");
+}
+
+TEST_F(VHDriveMountTest, TheLockFileIsAnEmptyFileThatNothingIsStoredIn) {
+    fillStore();
+    VHTestDrive drive(mountPath_);
+    const std::string lock = drive.path() + "/.fuselock";
+    auto filesFolder = [] { return VHRun("ls -a '" + VHFileCache::filesCachePath() + "'"); };
+    std::string before = filesFolder();
+    ASSERT_FALSE(before.empty());
+
+    // Opened for reading, writing or creation, it reads as empty.
+    EXPECT_EQ(VHRun("cat '" + lock + "' && echo read", true), "read\n");
+    EXPECT_EQ(VHRun(": >> '" + lock + "' && : <> '" + lock + "' && echo opened", true), "opened\n");
+    EXPECT_NE(VHRun("echo x | dd of='" + lock + "' oflag=append conv=notrunc", true)
+                  .find("Permission denied"),
+              std::string::npos);
+    EXPECT_EQ(VHRun("stat -c '%s' '" + lock + "'"), "0\n");
+    EXPECT_EQ(VHRun("ls -a '" + drive.path() + "'"), ".\n..\nAlpha\nBeta\n");
+    EXPECT_EQ(filesFolder(), before);
+    EXPECT_EQ(VHRun("cat '" + drive.path() + "/Alpha/.vhrefresh' && echo read", true), "read\n");
+}
+
+TEST_F(VHDriveMountTest, FailuresOfTheLocalFoldersReachTheKernelAsTheirErrno) {
+    fillStore();
+    // Attributes are asked for at every call, so the root's answer is fresh.
+    VHTestDrive drive(mountPath_, "fsname=Varnholt,subtype=varnholt,attr_timeout=0");
+    const std::string m = drive.path();
+    ASSERT_EQ(VHRun("stat -c '%F' '" + m + "'"), "directory\n");
+    ASSERT_FALSE(VHRun("stat -f -c '%b' '" + m + "'").empty());
+
+    VHRemoveTree(VHFileCache::filesCachePath());
+    EXPECT_NE(VHRun("stat '" + m + "'", true).find("No such file or directory"), std::string::npos);
+    VHRemoveTree(VHFileCache::rootCachePath());
+    EXPECT_NE(VHRun("stat -f '" + m + "'", true).find("No such file or directory"),
+              std::string::npos);
+}
+
+TEST_F(VHDriveMountTest, AFileOpenedForReplacingKeepsNothingOfItsOldContents) {
+    fillStore();
+    VHDatabase& db = VHDatabase::database();
+    auto report = db.fileWithPath("/Alpha/docs/report.txt");
+    ASSERT_TRUE(report);
+    std::ofstream(VHFileCache::fileCache().pathForFileCache(*report)) << std::string(1000, 'a');
+    VHTestDrive drive(mountPath_);
+    const std::string path = drive.path() + "/Alpha/docs/report.txt";
+
+    EXPECT_EQ(VHRun("printf xy > '" + path + "' && cat '" + path + "'"), "xy");
+    EXPECT_EQ(VHRun("stat -c %s '" + path + "'"), "2\n");
+    report = db.fileWithPath("/Alpha/docs/report.txt");
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->fileSize, 2u);
+    EXPECT_EQ(report->status, kStatusModified);
+    // Opened for replacing and closed without a write, it is empty.
+    EXPECT_EQ(VHRun(": > '" + path + "' && stat -c %s '" + path + "'"), "0\n");
 }
 
 TEST_F(VHDriveMountTest, MountPointFailuresGiveTheirCodes) {

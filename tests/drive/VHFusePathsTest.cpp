@@ -42,7 +42,11 @@ TEST(VHFusePaths, RootShareAndItemPaths) {
     EXPECT_EQ(VHFuseUtils::filenameFromPath("/Share/report.final.pdf"), "report.final");
 
     VHFuseUtils::setMountPath("/home/u/Varnholt");
-    EXPECT_EQ(VHFuseUtils::fullPathToRelative("/HOME/u/varnholt/Share/A.txt"), "/Share/A.txt");
+    EXPECT_EQ(VHFuseUtils::fullPathToRelative("/home/u/Varnholt/Share/A.txt"), "/Share/A.txt");
+    EXPECT_EQ(VHFuseUtils::fullPathToRelative("/home/u/Varnholt"), "/");
+    // Another case, or a longer name, is another folder.
+    EXPECT_EQ(VHFuseUtils::fullPathToRelative("/HOME/u/varnholt/Share/A.txt"), "");
+    EXPECT_EQ(VHFuseUtils::fullPathToRelative("/home/u/Varnholt2/Share"), "");
     EXPECT_EQ(VHFuseUtils::fullPathToRelative("/home/u/Other/x"), "");
     EXPECT_EQ(VHFuseUtils::relativePathToFull("/Share/A.txt"), "/home/u/Varnholt/Share/A.txt");
 }

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <thread>
 
+#include "lib/VHFatalError.h"
 #include "lib/VHLog.h"
 #include "lib/VHPaths.h"
 #include "support/VHTestWait.h"
@@ -107,7 +108,7 @@ TEST_F(VHFileCacheTest, FoldersPathsAndRegistration) {
     EXPECT_EQ(VHStoreHooks::cache().shareCachePath("s1"), root + "/Files/s1");
 }
 
-TEST_F(VHFileCacheTest, BrokenDataRootEndsTheProcess) {
+TEST_F(VHFileCacheTest, ABrokenDataRootIsReportedAsFatalAndFailsTheCalls) {
     // A forked child's exit would remove this test's home; a re-executed child
     // repeats the steps below in the same HOME and dies at its own statement.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -117,14 +118,42 @@ TEST_F(VHFileCacheTest, BrokenDataRootEndsTheProcess) {
     fs::create_directories(home + "/data/Varnholt", ignored);
     writeFile(home + "/data/Varnholt/Downloads", "in the way");
     setenv("XDG_DATA_HOME", (home + "/data").c_str(), 1);
-    EXPECT_EXIT(VHFileCache::fileCache(), testing::ExitedWithCode(100),
-                "Unknown file exists at cache directory location : .*/data/Varnholt/Downloads");
+    // With a handler the process goes on, and nothing lands anywhere.
+    EXPECT_EXIT(
+        {
+            std::vector<int> reported;
+            VHSetFatalErrorHandler([&](int status) { reported.push_back(status); });
+            VHFileCache& cache = VHFileCache::fileCache();
+            VHFile file = makeFile("f", 3);
+            cache.addChunk("abc", 0, file);
+            bool failed = !cache.getChunk(0, 3, file) && cache.pathForFileCache(file).empty() &&
+                          !fs::exists(home + "/data/Varnholt/Files/s1");
+            std::exit(reported == std::vector<int>{100} && failed ? 0 : 1);
+        },
+        testing::ExitedWithCode(0),
+        "Unknown file exists at cache directory location : .*/data/Varnholt/Downloads");
 
+    // Without one the process ends with the status.
     writeFile(home + "/plain", "");
     setenv("XDG_DATA_HOME", (home + "/plain/data").c_str(), 1);
     EXPECT_EXIT(VHFileCache::fileCache(), testing::ExitedWithCode(100),
                 "Cannot create cache directory at path : .*/plain/data/Varnholt, error : Not a "
                 "directory");
+}
+
+TEST_F(VHFileCacheTest, EveryFolderOfTheCacheIsPrivate) {
+    std::string root = VHPaths::dataRoot();
+    fs::create_directories(root + "/Files");
+    fs::permissions(root, fs::perms(0755));
+    fs::permissions(root + "/Files", fs::perms(0775));
+    VHFileCache& cache = VHFileCache::fileCache();
+    cache.pathForFileCache(makeFile("f", 1));
+    for (const std::string& folder :
+         {root, VHFileCache::filesCachePath(), VHFileCache::uploadsCachePath(),
+          VHFileCache::downloadsCachePath(), VHFileCache::logsPath(), root + "/Files/s1"}) {
+        ASSERT_TRUE(fs::is_directory(folder)) << folder;
+        EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all) << folder;
+    }
 }
 
 TEST_F(VHFileCacheTest, PrefixGrowsOnlyAtItsEndAndCompletesIntoFiles) {

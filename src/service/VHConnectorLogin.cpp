@@ -8,6 +8,7 @@
 #include "lib/VHStrings.h"
 #include "service/VHConnector.h"
 #include "service/VHDeviceInfo.h"
+#include "service/VHHostName.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -66,12 +67,13 @@ std::string VHConnector::globalLoginURL(const GlobalLoginInput& input, bool& dom
     } else {
         VHLog(kLogMain, "Asking for user's domain at %@...", host);
         VHHttpRequest request;
-        request.url = VHFormat("https://%@/GetUserDomain.aspx?useremail=%@", host, input.username);
+        request.url = VHFormat("https://%@/GetUserDomain.aspx?useremail=%@", host,
+                               VHEscapeURLValue(input.username));
         request.timeout = kGlobalTimeout;
         VHHttpResponse response = VHHttp::send(request);
         if (answered(response)) {
             std::vector<std::string> parts = VHSplit(response.body, ',');
-            if (parts.size() == 2) {
+            if (parts.size() == 2 && VHIsHostName(parts[1])) {
                 domain = parts[1];
                 setUserDomain(domain);
                 VHLog(kLogMain, "Retrieved user domain: %@", domain);
@@ -198,9 +200,16 @@ void VHConnector::gatewayLogin(const UserDomain& domain, bool inBatch) {
         if (inBatch) onMain([this, domain] { countDomainAnswered(domain, true); });
         return;
     }
+    if (!VHIsHostName(urlOf(domain))) {
+        VHLog(kLogMain, "Warning! No gateway login for domain \"%@\": the address is unsafe.",
+              urlOf(domain));
+        if (inBatch) onMain([this, domain] { countDomainAnswered(domain, true); });
+        return;
+    }
     VHHttpRequest request;
     request.url = VHFormat("https://clientgateway.%@/ClientLogin.aspx?userEmail=%@&token=%@&API=1",
-                           urlOf(domain), username(), domain.UserDomainToken.value_or(""));
+                           urlOf(domain), VHEscapeURLValue(username()),
+                           VHEscapeURLValue(domain.UserDomainToken.value_or("")));
     request.timeout = kDefaultTimeout;
     bool realtime = !configuration_.disableSignalR;
     VHHttp::sendAsync(request, loginOperationQueue_.get(),

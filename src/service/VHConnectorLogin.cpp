@@ -18,6 +18,11 @@ namespace {
 constexpr double kGlobalTimeout = 15.0;
 constexpr double kDefaultTimeout = 60.0;
 
+// What the user is told when the service refuses the sign-in.
+const char* const kRefusedCredentials = "the service refused the e-mail address or password";
+const char* const kRefusedDevice = "the service does not accept this device";
+const char* const kRefusedWipe = "the service ordered this device to be wiped";
+
 std::string urlOf(const UserDomain& domain) {
     return domain.Domain ? domain.Domain->Url.value_or("") : "";
 }
@@ -141,7 +146,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         logout();
         clearCredentials(true);
         setGlobalLoginResponce(response);
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedWipe);
     } else if (code == "U100") {
         deviceIdCleared_ = false;
         setGlobalLoginResponce(response);
@@ -152,7 +157,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         refuseUnknownDevice();
     } else if (code == "U101") {
         if (domainWasKnown) setUserDomain("");
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedCredentials);
     } else {
         emit globalConnectionFailed(QString());
     }
@@ -163,7 +168,7 @@ void VHConnector::refuseUnknownDevice() {
         VHLog(kLogMain,
               "loginToGlobal: device id is not recognized on server, but it was cleared already "
               "(?\?)");
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedDevice);
         return;
     }
     VHLog(kLogMain,

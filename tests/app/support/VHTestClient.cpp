@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,7 +122,12 @@ bool VHTestClient::waitFor(const std::function<bool()>& condition,
 }
 
 bool VHTestClient::waitForMount(std::chrono::seconds timeout) const {
-    return waitFor([this] { return mounted(); }, timeout);
+    return waitFor(
+        [this] {
+            struct stat st {};
+            return mounted() && stat(mountPath().c_str(), &st) == 0;
+        },
+        timeout);
 }
 
 bool VHTestClient::waitForUnmount(std::chrono::seconds timeout) const {
@@ -130,6 +136,16 @@ bool VHTestClient::waitForUnmount(std::chrono::seconds timeout) const {
 
 void VHTestClient::signal(int number) const {
     if (pid_ > 0) kill(pid_, number);
+}
+
+bool VHTestClient::handlesTermination() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigCgt:", 0) != 0) continue;
+        unsigned long long caught = std::stoull(line.substr(7), nullptr, 16);
+        return caught & (1ull << (SIGTERM - 1));
+    }
+    return false;
 }
 
 std::optional<int> VHTestClient::waitForExit(std::chrono::seconds timeout) {
@@ -173,6 +189,35 @@ std::string VHTreeListing(const std::string& root) {
     std::string listing;
     for (const std::string& line : lines) listing += line + "\n";
     return listing;
+}
+
+std::string VHRemainingClients() {
+    std::string self = std::to_string(getpid());
+    std::string client = fs::path(VH_TEST_CLIENT_BINARY).filename().string().substr(0, 15);
+    std::string remaining;
+    std::error_code error;
+    for (const auto& process : fs::directory_iterator("/proc", error)) {
+        std::string pid = process.path().filename().string();
+        if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+        // "pid (name) state ppid ...": the name may hold spaces and parentheses.
+        std::string stat = readFile(process.path() / "stat");
+        size_t nameEnd = stat.rfind(')');
+        if (nameEnd == std::string::npos) continue;
+        std::istringstream rest(stat.substr(nameEnd + 2));
+        std::string state, parent;
+        rest >> state >> parent;
+        size_t nameStart = stat.find('(') + 1;
+        if (parent != self || stat.substr(nameStart, nameEnd - nameStart) != client) continue;
+        std::string states;
+        std::error_code ignored;
+        for (const auto& task : fs::directory_iterator(process.path() / "task", ignored)) {
+            std::string taskStat = readFile(task.path() / "stat");
+            size_t end = taskStat.rfind(')');
+            if (end != std::string::npos && end + 2 < taskStat.size()) states += taskStat[end + 2];
+        }
+        remaining += pid + ": " + states + "\n";
+    }
+    return remaining;
 }
 
 }  // namespace vh::test

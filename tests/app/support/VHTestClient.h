@@ -39,7 +39,9 @@ class VHTestClient {
 
     // ~/Varnholt of the test's HOME.
     std::string mountPath() const;
+    // A drive is mounted there, served or dead.
     bool mounted() const;
+    // Waits for a drive that answers (a dead one left by a killed client does not).
     bool waitForMount(std::chrono::seconds timeout = std::chrono::seconds(60)) const;
     bool waitForUnmount(std::chrono::seconds timeout = std::chrono::seconds(30)) const;
     // Waits until `condition` holds (polling), or the time is up.
@@ -48,6 +50,9 @@ class VHTestClient {
     // Sends a signal; waitForExit gives the exit status (nothing on time-out;
     // 128 + n for death by signal n).
     void signal(int number) const;
+    // Whether the running client has its SIGTERM handler in place (from then
+    // on a SIGTERM ends it in order).
+    bool handlesTermination() const;
     std::optional<int> waitForExit(std::chrono::seconds timeout = std::chrono::seconds(30));
 
     // Everything the client wrote to its log files and to standard error.
@@ -65,5 +70,10 @@ class VHTestClient {
 // The folder tree below `root` as "relative/path size" lines, sorted; folders
 // end with "/".
 std::string VHTreeListing(const std::string& root);
+
+// The test process's client processes that are still there (not reaped), as
+// "pid: thread states" lines, e.g. "4711: DSS" for a client hanging in
+// uninterruptible sleep; empty when there are none.
+std::string VHRemainingClients();
 
 }  // namespace vh::test

@@ -119,8 +119,11 @@ class VHClientKillTest : public testing::Test {
 
     // Waits for the moment; false when the client ended before it.
     bool reach(Moment moment, std::mt19937_64& random) {
+        // Half of the pauses are short: the moments just after a step are the
+        // ones most likely to find a step half done.
         auto pause = [&](int maxMs) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(random() % (maxMs + 1)));
+            int limit = random() % 2 ? maxMs : 50;
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % (limit + 1)));
         };
         switch (moment) {
             case Moment::Mounting:
@@ -152,7 +155,7 @@ class VHClientKillTest : public testing::Test {
                 if (!client_.waitForMount()) return false;
                 pause(1000);
                 std::system(("fusermount3 -u '" + client_.mountPath() + "' 2>/dev/null").c_str());
-                pause(300);
+                pause(100);
                 return true;
         }
         return false;

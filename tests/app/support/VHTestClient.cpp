@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,14 +35,25 @@ std::string readFile(const fs::path& path) {
 VHTestClient::VHTestClient(const VHEmulatorProcess& emulator) : emulator_(emulator) {}
 
 VHTestClient::~VHTestClient() {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
+    stop();
     VHDetachMountsBelow(VHCurrentTestHome());
 }
 
+void VHTestClient::stop() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    auto reaped = [this] { return waitpid(pid_, nullptr, WNOHANG) == pid_; };
+    if (!waitFor(reaped, std::chrono::seconds(30))) {
+        // Hanging on its own mount: a forced unmount aborts the FUSE
+        // connection, which frees it.
+        umount2(mountPath().c_str(), MNT_FORCE);
+        waitFor(reaped, std::chrono::seconds(30));
+    }
+    pid_ = -1;
+}
+
 bool VHTestClient::start(const Options& options) {
+    stop();  // a client that should have ended but did not (a failed test)
     stderrPath_ = VHCurrentTestHome() + "/client-stderr-" + std::to_string(time(nullptr)) + ".txt";
     int input[2];
     if (pipe2(input, O_CLOEXEC) != 0) return false;

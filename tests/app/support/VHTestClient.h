@@ -31,7 +31,8 @@ class VHTestClient {
     VHTestClient(const VHTestClient&) = delete;
     VHTestClient& operator=(const VHTestClient&) = delete;
 
-    // Starts `varnholt --headless` with the options; false when it cannot start.
+    // Starts `varnholt --headless` with the options (killing a client of this
+    // object that still runs); false when it cannot start.
     bool start(const Options& options);
     bool start() { return start(Options{}); }
     bool running();
@@ -61,6 +62,9 @@ class VHTestClient {
     static std::string settingsText();
 
   private:
+    // Kills a client still running.
+    void stop();
+
     const VHEmulatorProcess& emulator_;
     pid_t pid_ = -1;
     int exitStatus_ = -1;

@@ -351,7 +351,10 @@ TEST_F(VHClientLifecycleTest, AKilledClientRefreshesEveryShareFromTheStartNextTi
                    std::string::npos;
         },
         60s));
-    EXPECT_EQ(VHTestClient::settingsText().find("needsFullRefresh"), std::string::npos);
+    // The mark goes right after that line.
+    EXPECT_TRUE(client.waitFor(
+        [&] { return VHTestClient::settingsText().find("needsFullRefresh") == std::string::npos; },
+        10s));
 }
 
 TEST_F(VHClientLifecycleTest, TerminationUnmountsAndRecordsACleanShutdown) {

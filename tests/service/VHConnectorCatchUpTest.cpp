@@ -35,38 +35,40 @@ std::vector<int64_t> ticksAsked(const std::vector<json>& requests, const std::st
 }
 
 // Stands between the connector and the store: records the hand-overs and
-// applies each page later on a thread of its own, as the store's thread
-// would; a page can be held back or refused.
+// applies each page a moment later on a thread of its own, as the store's
+// thread would. With hold(), the next page waits until refuseHeld().
 class PageGate {
   public:
     PageGate() {
         VHConnector::defaultConnector().setPageApplier(
             [this](OSXCatchUpResponse page, ManagedShare share, std::function<void(bool)> done) {
-                arrive(std::move(page), std::move(share), std::move(done));
+                if (QThread::currentThread() == QCoreApplication::instance()->thread()) {
+                    onMain_ = true;
+                }
+                std::lock_guard lock(mutex_);
+                events_.push_back("apply " + share.shareId());
+                Page entry{std::move(page), std::move(share), std::move(done)};
+                if (holding_.exchange(false)) {
+                    held_ = std::move(entry);
+                } else {
+                    finishLater(std::move(entry), true);
+                }
             });
     }
     ~PageGate() {
         VHConnector::defaultConnector().setPageApplier({});
-        std::vector<std::thread> threads;
-        {
-            std::lock_guard lock(mutex_);
-            threads.swap(threads_);
-        }
-        for (std::thread& thread : threads) thread.join();
+        for (std::thread& thread : threads_) thread.join();
     }
 
-    // The next pages are kept until release(); `refuse` fails the first one.
     void hold() { holding_ = true; }
-    void release(bool refuse) {
-        holding_ = false;
+    void refuseHeld() {
         std::lock_guard lock(mutex_);
-        for (size_t i = 0; i < held_.size(); ++i)
-            startApplying(std::move(held_[i]), refuse && i == 0);
-        held_.clear();
+        finishLater(std::move(*held_), false);
+        held_.reset();
     }
-    size_t heldCount() {
+    bool holding() {
         std::lock_guard lock(mutex_);
-        return held_.size();
+        return held_.has_value();
     }
     std::vector<std::string> events() {
         std::lock_guard lock(mutex_);
@@ -81,42 +83,27 @@ class PageGate {
         std::function<void(bool)> done;
     };
 
-    void arrive(OSXCatchUpResponse page, ManagedShare share, std::function<void(bool)> done) {
-        if (QThread::currentThread() == QCoreApplication::instance()->thread()) onMain_ = true;
-        std::lock_guard lock(mutex_);
-        events_.push_back("apply " + share.shareId());
-        Page entry{std::move(page), std::move(share), std::move(done)};
-        if (holding_) {
-            held_.push_back(std::move(entry));
-        } else {
-            startApplying(std::move(entry), false);
-        }
-    }
-
     // Caller holds mutex_.
-    void startApplying(Page entry, bool refuse) {
-        threads_.emplace_back([this, entry = std::move(entry), refuse]() mutable {
-            if (refuse) {
-                finish(entry, false);
-                return;
+    void finishLater(Page entry, bool apply) {
+        threads_.emplace_back([this, entry = std::move(entry), apply] {
+            auto finish = [this, entry](bool applied) {
+                {
+                    std::lock_guard lock(mutex_);
+                    events_.push_back((applied ? "done " : "refused ") + entry.share.shareId());
+                }
+                entry.done(applied);
+            };
+            if (apply) {
+                VHDatabase::database().applyCatchUpPage(entry.page, entry.share, finish);
+            } else {
+                finish(false);
             }
-            VHDatabase::database().applyCatchUpPage(
-                entry.page, entry.share,
-                [this, entry](bool applied) mutable { finish(entry, applied); });
         });
-    }
-
-    void finish(Page& entry, bool applied) {
-        {
-            std::lock_guard lock(mutex_);
-            events_.push_back((applied ? "done " : "refused ") + entry.share.shareId());
-        }
-        entry.done(applied);
     }
 
     std::mutex mutex_;
     std::vector<std::string> events_;
-    std::vector<Page> held_;
+    std::optional<Page> held_;
     std::vector<std::thread> threads_;
     std::atomic<bool> holding_{false};
     std::atomic<bool> onMain_{false};
@@ -180,13 +167,13 @@ TEST_F(SignedInConnector, APageInTheStoreKeepsTheShareBusyAndARefusedOneIsFetche
     PageGate gate;
     gate.hold();
     connector().catchUp(team);
-    ASSERT_TRUE(VHWaitUntil([&] { return gate.heldCount() == 1; }, 30s));
+    ASSERT_TRUE(VHWaitUntil([&] { return gate.holding(); }, 30s));
     // While its page waits for the store, the share counts as being caught up.
     connector().catchUp(team);
     EXPECT_EQ(logCount(VHFormat("share Team is already being catched up from tick %d.", tick)), 1);
     EXPECT_EQ(connector().activeCatchupShares(), std::vector<std::string>{"team"});
 
-    gate.release(true);
+    gate.refuseHeld();
     ASSERT_TRUE(VHWaitUntil(
         [&] { return ticksAsked(requestsTo(kGateway1, "/CatchUp7.aspx"), "team").size() == 2; },
         30s));

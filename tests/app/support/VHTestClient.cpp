@@ -160,6 +160,18 @@ bool VHTestClient::handlesTermination() const {
     return false;
 }
 
+std::string VHTestClient::threadStates() const {
+    std::string states;
+    std::error_code ignored;
+    for (const auto& task :
+         fs::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored)) {
+        std::string stat = readFile(task.path() / "stat");
+        size_t nameEnd = stat.rfind(')');
+        if (nameEnd != std::string::npos && nameEnd + 2 < stat.size()) states += stat[nameEnd + 2];
+    }
+    return states;
+}
+
 std::optional<int> VHTestClient::waitForExit(std::chrono::seconds timeout) {
     if (pid_ <= 0) return exitStatus_ >= 0 ? std::optional<int>(exitStatus_) : std::nullopt;
     if (!waitFor([this] { return !running(); }, timeout)) return std::nullopt;
@@ -201,35 +213,6 @@ std::string VHTreeListing(const std::string& root) {
     std::string listing;
     for (const std::string& line : lines) listing += line + "\n";
     return listing;
-}
-
-std::string VHRemainingClients() {
-    std::string self = std::to_string(getpid());
-    std::string client = fs::path(VH_TEST_CLIENT_BINARY).filename().string().substr(0, 15);
-    std::string remaining;
-    std::error_code error;
-    for (const auto& process : fs::directory_iterator("/proc", error)) {
-        std::string pid = process.path().filename().string();
-        if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
-        // "pid (name) state ppid ...": the name may hold spaces and parentheses.
-        std::string stat = readFile(process.path() / "stat");
-        size_t nameEnd = stat.rfind(')');
-        if (nameEnd == std::string::npos) continue;
-        std::istringstream rest(stat.substr(nameEnd + 2));
-        std::string state, parent;
-        rest >> state >> parent;
-        size_t nameStart = stat.find('(') + 1;
-        if (parent != self || stat.substr(nameStart, nameEnd - nameStart) != client) continue;
-        std::string states;
-        std::error_code ignored;
-        for (const auto& task : fs::directory_iterator(process.path() / "task", ignored)) {
-            std::string taskStat = readFile(task.path() / "stat");
-            size_t end = taskStat.rfind(')');
-            if (end != std::string::npos && end + 2 < taskStat.size()) states += taskStat[end + 2];
-        }
-        remaining += pid + ": " + states + "\n";
-    }
-    return remaining;
 }
 
 }  // namespace vh::test

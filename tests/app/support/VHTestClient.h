@@ -55,6 +55,9 @@ class VHTestClient {
     // on a SIGTERM ends it in order).
     bool handlesTermination() const;
     std::optional<int> waitForExit(std::chrono::seconds timeout = std::chrono::seconds(30));
+    // The states of the running client's threads, e.g. "DSS" when one hangs
+    // in uninterruptible sleep.
+    std::string threadStates() const;
 
     // Everything the client wrote to its log files and to standard error.
     std::string logs() const;
@@ -74,10 +77,5 @@ class VHTestClient {
 // The folder tree below `root` as "relative/path size" lines, sorted; folders
 // end with "/".
 std::string VHTreeListing(const std::string& root);
-
-// The test process's client processes that are still there (not reaped), as
-// "pid: thread states" lines, e.g. "4711: DSS" for a client hanging in
-// uninterruptible sleep; empty when there are none.
-std::string VHRemainingClients();
 
 }  // namespace vh::test

@@ -17,6 +17,8 @@ std::optional<VHCommandLine> VHCommandLine::parse(int argc, char** argv, std::st
             line.version = true;
         } else if (arg == "--logout") {
             line.logout = true;
+        } else if (arg == "--force") {
+            line.force = true;
         } else if (arg == "--password-stdin") {
             line.passwordFromStdin = true;
         } else if (arg == "--user" || arg == "--mount") {
@@ -36,6 +38,10 @@ std::optional<VHCommandLine> VHCommandLine::parse(int argc, char** argv, std::st
         error = "--user needs --password-stdin";
         return std::nullopt;
     }
+    if (line.force && !line.logout) {
+        error = "--force goes with --logout";
+        return std::nullopt;
+    }
     return line;
 }
 
@@ -52,12 +58,26 @@ const char* VHCommandLine::helpText() {
            "                        where none answers, in a file only you can read\n"
            "  --mount DIR           mount the drive at DIR for this run (default ~/Varnholt,\n"
            "                        or the setting VHMountPath)\n"
-           "  --logout              sign out, forget the credentials, empty the caches, exit\n"
+           "  --logout              sign out, forget the credentials, empty the caches\n"
+           "                        (the logs stay) and exit; refused while changes on the\n"
+           "                        drive are not yet confirmed by the service\n"
+           "  --force               with --logout: sign out all the same, losing them\n"
            "  --version             print the version and exit\n"
            "  --help                print this text and exit\n"
            "\n"
-           "SIGINT and SIGTERM unmount the drive and end the program in order.\n"
-           "Without credentials, --headless prints how to give them and exits with status 2.\n"
+           "The password is stored once the service accepts it. SIGINT and SIGTERM\n"
+           "unmount the drive and end the program in order.\n"
+           "\n"
+           "Exit status:\n"
+           "  0    ended in order (signal, --logout, --help, --version)\n"
+           "  2    no credentials: sign in with --user and --password-stdin\n"
+           "  3    another instance runs on the same folders\n"
+           "  4    the drive could not be mounted\n"
+           "  5    the service refused the sign-in (e-mail, password, device or wipe)\n"
+           "  6    --logout refused: changes not yet confirmed by the service\n"
+           "  10   the metadata database cannot be created or opened\n"
+           "  64   wrong usage (an unknown or incomplete option)\n"
+           "  100  the data folder cannot be set up\n"
            "\n"
            "Environment: VARNHOLT_GLOBAL_ADDRESS (the service's global host),\n"
            "VARNHOLT_CONNECT_TO=host:port (connect every request there) and\n"

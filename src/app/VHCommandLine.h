@@ -7,10 +7,14 @@
 namespace vh {
 
 struct VHCommandLine {
+    // Usage errors: an unknown or incomplete option.
+    static constexpr int kExitUsage = 64;
+
     bool headless = false;
     bool help = false;
     bool version = false;
     bool logout = false;
+    bool force = false;  // --logout also when changes would be lost
     bool passwordFromStdin = false;
     std::string user;       // --user EMAIL
     std::string mountPath;  // --mount DIR

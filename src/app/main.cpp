@@ -1,59 +1,57 @@
+#include <unistd.h>
+
 #include <QCoreApplication>
-#include <QThreadPool>
 #include <cstdio>
 #include <iostream>
 #include <string>
 
 #include "app/VHCommandLine.h"
 #include "desktop/VHApplicationDelegate.h"
+#include "desktop/VHSignOut.h"
 #include "desktop/VHUnixSignals.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
 #include "lib/VHHttp.h"
-#include "service/VHConnector.h"
-#include "store/VHDatabase.h"
 #include "transfer/VHDownloadQueue.h"
 
 namespace {
 
-// Stores the credentials given on the command line before anything starts.
-bool storeCredentials(const vh::VHCommandLine& line) {
+// The password of --user, one line of standard input; empty when none came.
+std::string readPassword() {
     std::string password;
-    if (!std::getline(std::cin, password) || password.empty()) {
-        std::fprintf(stderr, "varnholt: no password on standard input\n");
-        return false;
-    }
-    vh::VHConnector& connector = vh::VHConnector::defaultConnector();
-    connector.setUsername(line.user);
-    connector.setPassword(password);
-    connector.saveCredentials();
-    return true;
+    if (!std::getline(std::cin, password)) return "";
+    return password;
 }
 
-int logoutAndExit() {
-    if (!vh::VHApplicationDelegate::delegate().checkForRunningInstances()) {
-        return vh::VHApplicationDelegate::kExitAnotherInstance;
+int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
+    vh::VHUnixSignals unixSignals;
+    QObject::connect(&unixSignals, &vh::VHUnixSignals::terminationRequested, &app,
+                     [&delegate] { delegate.applicationShouldTerminate(); });
+    QMetaObject::invokeMethod(
+        &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
+    int code = app.exec();
+    if (delegate.driveRunning()) {
+        // Its loop still serves files held open after a forced unmount:
+        // ending the process closes them, running destructors under it would not.
+        std::fflush(nullptr);
+        _exit(code);
     }
-    vh::VHDatabase::database().load();
-    vh::VHConnector& connector = vh::VHConnector::defaultConnector();
-    connector.loadCredentials();
-    connector.logout();
-    vh::VHApplicationDelegate::delegate().clearCaches();
-    vh::VHApplicationDelegate::delegate().resetUserDefaults();
-    QThreadPool::globalInstance()->waitForDone();
-    vh::VHApplicationDelegate::delegate().releaseInstanceLock();
-    std::printf("Signed out; credentials and caches removed.\n");
-    return 0;
+    delegate.releaseInstanceLock();
+    vh::VHDownloadQueue::downloadQueue().stopThread();
+    vh::VHHttp::shutdown();
+    return code;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // First: a SIGTERM during start-up must still end the process in order.
+    vh::VHUnixSignals::install();
     std::string error;
     auto line = vh::VHCommandLine::parse(argc, argv, error);
     if (!line) {
         std::fprintf(stderr, "varnholt: %s\n\n%s", error.c_str(), vh::VHCommandLine::helpText());
-        return 64;
+        return vh::VHCommandLine::kExitUsage;
     }
     if (line->help) {
         std::printf("%s", vh::VHCommandLine::helpText());
@@ -63,22 +61,21 @@ int main(int argc, char** argv) {
         std::printf("%s %s (%s)\n", vh::kAppTitle, vh::kShortVersion, vh::kBuildNumber);
         return 0;
     }
+    std::string password;
+    if (!line->user.empty()) {
+        password = readPassword();
+        if (password.empty()) {
+            std::fprintf(stderr, "varnholt: no password on standard input\n");
+            return vh::VHCommandLine::kExitUsage;
+        }
+    }
     // The windows come later: until then every run is a headless one.
     QCoreApplication app(argc, argv);
     if (!line->mountPath.empty()) vh::VHFuseUtils::setMountPath(line->mountPath);
     vh::VHApplicationDelegate& delegate = vh::VHApplicationDelegate::delegate();
     delegate.applicationWillFinishLaunching();
-    if (!line->user.empty() && !storeCredentials(*line)) return 64;
-    if (line->logout) return logoutAndExit();
-
-    vh::VHUnixSignals unixSignals;
-    QObject::connect(&unixSignals, &vh::VHUnixSignals::terminationRequested, &app,
-                     [&delegate] { delegate.applicationShouldTerminate(); });
-    QMetaObject::invokeMethod(
-        &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
-    int code = app.exec();
-    delegate.releaseInstanceLock();
-    vh::VHDownloadQueue::downloadQueue().stopThread();
-    vh::VHHttp::shutdown();
-    return code;
+    if (delegate.fatalStatus()) return delegate.fatalStatus();
+    if (line->logout) return vh::VHSignOut::run(line->force);
+    if (!line->user.empty()) delegate.setSignInCredentials(line->user, password);
+    return runClient(app, delegate);
 }

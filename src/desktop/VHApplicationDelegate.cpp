@@ -1,9 +1,7 @@
 #include "desktop/VHApplicationDelegate.h"
 
-#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -20,6 +18,7 @@
 #include "drive/VHFuseMount.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
+#include "lib/VHFatalError.h"
 #include "lib/VHFormat.h"
 #include "lib/VHLog.h"
 #include "lib/VHPathUtils.h"
@@ -38,6 +37,10 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kInstanceLockName = "instance.lock";
+constexpr int kTerminationPollMs = 1000;
+// How long termination waits for a loop that still serves files held open
+// after a forced unmount; the end of the process then closes them.
+constexpr auto kDriveStopWait = std::chrono::seconds(10);
 
 bool truthy(const std::string& value) {
     return value == "1" || value == "true" || value == "yes" || value == "on";
@@ -71,18 +74,42 @@ VHApplicationDelegate& VHApplicationDelegate::delegate() {
     return *instance;
 }
 
-VHApplicationDelegate::VHApplicationDelegate() = default;
+VHApplicationDelegate::VHApplicationDelegate() {
+    cacheClearing_.setMaxThreadCount(1);
+    connect(&drive_, &VHDriveController::stopped, this, &VHApplicationDelegate::driveLoopEnded);
+    terminationTimer_.setSingleShot(true);
+    connect(&terminationTimer_, &QTimer::timeout, this,
+            &VHApplicationDelegate::checkForTermination);
+}
 
 std::string VHApplicationDelegate::prependAppTitle(const std::string& key) {
     return VHSettings::prependAppTitle(key);
 }
 
+void VHApplicationDelegate::installFatalErrorHandler() {
+    VHSetFatalErrorHandler([this](int status) {
+        int none = 0;
+        fatalStatus_.compare_exchange_strong(none, status);
+        // The reporting thread may be the database's or a FUSE thread: the
+        // drive is unmounted and the process ended from the main thread.
+        QMetaObject::invokeMethod(
+            this, [this, status] { stopAfterFatalError(status); }, Qt::QueuedConnection);
+    });
+}
+
+void VHApplicationDelegate::stopAfterFatalError(int status) {
+    exitCode_ = status;
+    applicationShouldTerminate();
+}
+
 void VHApplicationDelegate::applicationWillFinishLaunching() {
+    installFatalErrorHandler();
     switches_.excessiveLogging = VHSettings::contains("VHExcessiveLogging");
     switches_.disableSignalR = VHSettings::contains("VHDisableSignalR");
     switches_.disableRootMount = VHSettings::contains("VHDisableRootMount");
     VHFuseUtils::setExcessiveLogging(switches_.excessiveLogging);
-    VHFileCache::fileCache();  // makes the data folders, or ends the process
+    VHFileCache::fileCache();  // makes the data folders
+    if (fatalStatus_) return;
     VHSetLogDir(VHFileCache::logsPath());
     VHInitLogs();
     VHLog(kLogMain,
@@ -97,24 +124,41 @@ void VHApplicationDelegate::applicationWillFinishLaunching() {
         {switches_.globalAddress, switches_.isDataIsland, switches_.disableSignalR});
 }
 
+void VHApplicationDelegate::setSignInCredentials(const std::string& user,
+                                                 const std::string& password) {
+    signInPending_ = true;
+    signInUser_ = user;
+    signInPassword_ = password;
+}
+
 void VHApplicationDelegate::applicationDidFinishLaunching(bool headless) {
+    headless_ = headless;
+    if (terminating_) return;
     // The instance check comes first: a second instance must not migrate the
-    // credentials of the running one.
-    if (!checkForRunningInstances()) {
+    // credentials of the running one, nor record its shutdown.
+    bool alone = checkForRunningInstances();
+    if (!alone && !fatalStatus_) {
         QCoreApplication::exit(kExitAnotherInstance);
         return;
     }
-    VHStartupMigration::migrate();
-    if (access("/dev/fuse", R_OK | W_OK) != 0) {
-        VHDesktopServices::showAlert("FUSE is not available",
-                                     "Varnholt needs FUSE: install the package fuse3.");
+    if (alone) {
+        // Termination requests wait for the end of start-up, which runs local
+        // event loops (the Secret Service) where they could otherwise cut in.
+        startingUp_ = true;
+        VHStartupMigration::migrate();
+        if (access("/dev/fuse", R_OK | W_OK) != 0) {
+            VHDesktopServices::showAlert("FUSE is not available",
+                                         "Varnholt needs FUSE: install the package fuse3.");
+        }
+        if (!fatalStatus_) finishApplicationInitialization(headless);
+        startingUp_ = false;
     }
-    finishApplicationInitialization(headless);
+    if (terminationPending_ || fatalStatus_) applicationShouldTerminate();
 }
 
 bool VHApplicationDelegate::checkForRunningInstances() {
-    // Makes the metadata folder, or ends the process (status 100) when it cannot.
     std::string dir = VHDeletingLastPathComponent(VHDatabase::database().databasePath());
+    if (fatalStatus_) return false;
     VHMigration::keepMetadataEntry(kInstanceLockName);
     instanceLock_ =
         std::make_unique<QLockFile>(QString::fromStdString(dir + "/" + kInstanceLockName));
@@ -141,8 +185,14 @@ void VHApplicationDelegate::finishApplicationInitialization(bool headless) {
     readCleanShutdown();
     VHDatabase& db = VHDatabase::database();
     db.load();
+    if (fatalStatus_) return;
     VHConnector& connector = VHConnector::defaultConnector();
     connector.loadCredentials();
+    if (signInPending_) {
+        connector.setUsername(signInUser_);
+        connector.setPassword(signInPassword_);
+        signInPassword_.clear();
+    }
     connector.startup();
     initializationFinished_ = true;
     if (connector.credentialsAvailable()) {
@@ -187,16 +237,28 @@ void VHApplicationDelegate::readCleanShutdown() {
     VHSettings::sync();
 }
 
-void VHApplicationDelegate::askForLogin(bool headless) {
-    if (!headless) VHDesktopServices::showAlert(kAppTitle, "Please sign in.");
-    std::fprintf(stderr,
-                 "%s has no credentials. Sign in with:\n"
-                 "  echo PASSWORD | varnholt --user EMAIL --password-stdin [--headless]\n",
-                 kAppTitle);
-    if (VHConnector::defaultConnector().username().empty() || headless) {
-        setCleanShutdown();
-        QCoreApplication::exit(kExitNoCredentials);
+void VHApplicationDelegate::askForLogin(bool headless, const QString& refusal) {
+    if (refusal.isEmpty()) {
+        if (!headless) VHDesktopServices::showAlert(kAppTitle, "Please sign in.");
+        std::fprintf(stderr,
+                     "%s has no credentials. Sign in with:\n"
+                     "  echo PASSWORD | varnholt --user EMAIL --password-stdin [--headless]\n",
+                     kAppTitle);
+    } else {
+        if (!headless) {
+            VHDesktopServices::showAlert(
+                kAppTitle, "Sign-in failed. Check the user name and password, then sign in again.");
+        }
+        std::fprintf(stderr,
+                     "%s: sign-in refused: %s.\n"
+                     "Sign in again with:\n"
+                     "  echo PASSWORD | varnholt --user EMAIL --password-stdin [--headless]\n",
+                     kAppTitle, refusal.toStdString().c_str());
     }
+    // Only a window could ask; a headless run ends.
+    if (!headless && !VHConnector::defaultConnector().username().empty()) return;
+    exitCode_ = refusal.isEmpty() ? kExitNoCredentials : kExitSignInRefused;
+    applicationShouldTerminate();
 }
 
 std::string VHApplicationDelegate::mountOptions() {
@@ -214,68 +276,37 @@ std::string VHApplicationDelegate::mountOptions() {
 }
 
 void VHApplicationDelegate::initializeFuse() {
-    if (mountThread_.joinable()) return;  // mounting or mounted already
+    if (drive_.running()) return;  // mounting, mounted, or its loop is still ending
     VHLog(kLogMain, "About to mount fuse, checking whether user is in admin group...");
     std::string options = mountOptions();
-    std::string path = VHFuseUtils::mountPath();
-    if (VHIsDeadMount(path)) {
-        VHLog(kLogMain,
-              "Warning! Found dead filesystem on mountpoint %@. Unmounted using our force.", path);
-        if (VHUnmountDrive(path, true) != 0) {
-            VHLog(kLogMain, "Error! Our force was not enough to unmount dead filesystem. Sad.");
-        }
-    }
-    mkdir(path.c_str(), 0700);
     unmountRequested_ = false;
-    mountThread_ = std::thread([path, options] {
-        std::vector<std::string> args = {kAppTitle, path, "-f", "-o", options};
-        std::vector<char*> argv;
-        for (std::string& arg : args) argv.push_back(arg.data());
-        mount_varnholt(static_cast<int>(argv.size()), argv.data());
-    });
-}
-
-void VHApplicationDelegate::joinMountThread() {
-    if (mountThread_.joinable()) mountThread_.join();
+    drive_.start(VHFuseUtils::mountPath(), options);
 }
 
 void VHApplicationDelegate::stopFuse() {
-    if (!mountThread_.joinable()) return;
+    if (!drive_.running()) return;
     unmountRequested_ = true;
-    const std::string& path = VHFuseUtils::mountPath();
-    int error = VHUnmountDrive(path, false);
-    if (error) {
-        VHLog(kLogMain, "Failed to unmount drive : error %d", error);
-        if (error == EBUSY) {
-            error = VHUnmountDrive(path, true);
-            if (error) VHLog(kLogMain, "Failed even forced unmount : error %d", error);
-        }
-    }
+    remountWanted_ = false;
+    drive_.unmount();
     isMounted_ = false;
-    // A drive still mounted keeps its FUSE loop running: waiting for it would
-    // never end, so it is left to end with the process.
-    if (error) {
-        mountThread_.detach();
-    } else {
-        joinMountThread();
-    }
 }
 
 void VHApplicationDelegate::didMount() {
     VHLog(kLogMain, "didMount: drive was mounted.");
+    if (unmountRequested_ || terminating_) {
+        // The unmount came while the mount was still being made.
+        drive_.unmount(true);
+        return;
+    }
     isMounted_ = true;
-    // The lock file is opened to show the drive answers, but not kept open: on
-    // Linux an open file makes every eject fail with EBUSY, and an eject is
-    // what the re-mount below exists to answer.
-    std::string lockPath = VHFuseUtils::mountPath() + "/.fuselock";
-    int lock = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0700);
-    if (lock < 0) VHLog(kLogMain, "Warning! Cannot open fuse lock file: error %d", errno);
-    if (lock >= 0) close(lock);
+    mountedSinceStart_ = true;
+    // No lock file is held open inside the drive: a call of this process on
+    // its own mount would hang it for good if it were killed meanwhile.
     VHDesktopServices::postDistributedNotification("com.varnholt.drive-mounted");
 }
 
 void VHApplicationDelegate::mountDidFailed(int code) {
-    joinMountThread();
+    if (terminating_) return;
     VHDesktopServices::showAlert(
         "Unable to mount drive",
         VHFormat("%@ (%@)", "Error : mounting of the file system failed.", code));
@@ -286,38 +317,73 @@ void VHApplicationDelegate::mountDidFailed(int code) {
 void VHApplicationDelegate::didUnmount() {
     VHDesktopServices::postDistributedNotification("com.varnholt.drive-unmounted");
     isMounted_ = false;
-    joinMountThread();
-    if (!unmountRequested_ && !terminating_) {
-        VHLog(kLogMain, "User unmounted the volume. Trying to re-mount. Notification %@",
-              "kFuseDidUnmountNotification");
+    if (unmountRequested_ || terminating_) return;
+    VHLog(kLogMain, "User unmounted the volume. Trying to re-mount. Notification %@",
+          "kFuseDidUnmountNotification");
+    // Mounted again once the old loop has ended.
+    remountWanted_ = true;
+    if (!drive_.running()) driveLoopEnded(0);
+}
+
+void VHApplicationDelegate::driveLoopEnded(int result) {
+    bool everMounted = mountedSinceStart_;
+    mountedSinceStart_ = false;
+    isMounted_ = false;
+    if (terminating_) {
+        checkForTermination();
+    } else if (remountWanted_) {
+        remountWanted_ = false;
         initializeFuse();
+    } else if (!everMounted && !unmountRequested_) {
+        mountDidFailed(result);
     }
 }
 
 void VHApplicationDelegate::didLoggedIn() {
     loginFailures_ = 0;
-    VHConnector::defaultConnector().domainLogin();
+    VHConnector& connector = VHConnector::defaultConnector();
+    if (signInPending_) {
+        // Stored only now: a password the service refused is never kept.
+        signInPending_ = false;
+        connector.saveCredentials();
+    }
+    connector.domainLogin();
 }
 
 void VHApplicationDelegate::didDomainsLogin() {
-    if (mountThread_.joinable()) return;
+    if (drive_.running()) return;
     initializeFuse();
     VHConnector::defaultConnector().setupRefreshTimers();
 }
 
-void VHApplicationDelegate::didLoginFailed() {
+void VHApplicationDelegate::didLoginFailed(const QString& reason) {
+    if (signInPending_) {
+        askForLogin(headless_, reason);
+        return;
+    }
     int earlier = loginFailures_++;
     if (earlier < 2) {
         QTimer::singleShot(3000 * loginFailures_, this,
                            [] { VHConnector::defaultConnector().loginToGlobal(); });
         return;
     }
-    VHDesktopServices::showAlert(
-        kAppTitle, "Sign-in failed. Check the user name and password, then sign in again.");
+    askForLogin(headless_, reason);
 }
 
-void VHApplicationDelegate::didGlobalConnectionFailed() {
-    if (!mountThread_.joinable()) {
+void VHApplicationDelegate::didGlobalConnectionFailed(const QString& error) {
+    if (signInPending_ && !toldUnreachable_) {
+        toldUnreachable_ = true;
+        if (error.isEmpty()) {
+            std::fprintf(stderr, "%s: the service at %s did not complete the sign-in; ", kAppTitle,
+                         switches_.globalAddress.c_str());
+        } else {
+            std::fprintf(stderr, "%s: cannot reach the service at %s (%s); ", kAppTitle,
+                         switches_.globalAddress.c_str(), error.toStdString().c_str());
+        }
+        std::fprintf(stderr, "still trying, every 60 s.\n");
+    }
+    // Only a stored view is worth showing; a first sign-in mounts once it succeeds.
+    if (!drive_.running() && !VHDatabase::database().globalLoginResponce().empty()) {
         initializeFuse();
         VHConnector::defaultConnector().setupRefreshTimers();
     }
@@ -334,17 +400,19 @@ void VHApplicationDelegate::logout() {
     VHConnector::defaultConnector().logout();
 }
 
-void VHApplicationDelegate::clearCaches() {
+void VHApplicationDelegate::clearCaches(bool keepLogs) {
     VHDatabase::database().clear();
-    QThreadPool::globalInstance()->start([] {
+    cacheClearing_.start([keepLogs] {
         VHClose();
         std::error_code ignored;
         std::vector<std::string> folders = {VHFileCache::filesCachePath(),
                                             VHFileCache::downloadsCachePath()};
-        if (std::string(kAppTitle) != "VarnholtBeta") folders.push_back(VHFileCache::logsPath());
+        if (!keepLogs && std::string(kAppTitle) != "VarnholtBeta") {
+            folders.push_back(VHFileCache::logsPath());
+        }
         for (const std::string& folder : folders) {
             fs::remove_all(folder, ignored);
-            fs::create_directories(folder, ignored);
+            VHPaths::makePrivateDir(folder);
         }
         VHOpenLogs();
         VHDatabase::database().load();
@@ -363,7 +431,17 @@ void VHApplicationDelegate::setCleanShutdown() {
 }
 
 void VHApplicationDelegate::applicationShouldTerminate() {
+    if (fatalStatus_) exitCode_ = fatalStatus_;
+    if (startingUp_) {
+        terminationPending_ = true;
+        return;
+    }
     if (terminating_) return;
+    if (cacheClearing_.activeThreadCount() > 0) {
+        // It reloads the store at its end: the store is saved after that.
+        QTimer::singleShot(100, this, &VHApplicationDelegate::applicationShouldTerminate);
+        return;
+    }
     terminating_ = true;
     VHLog(kLogMain, "%s", "applicationShouldTerminate:");
     if (!initializationFinished_) {
@@ -375,7 +453,7 @@ void VHApplicationDelegate::applicationShouldTerminate() {
     VHDatabase& db = VHDatabase::database();
     db.beginTermination();
     stopFuse();
-    disconnect(&VHDriveEvents::instance(), nullptr, this, nullptr);
+    // The drive's notifications stay: termination waits for its loop to end.
     disconnect(&VHConnector::defaultConnector(), nullptr, this, nullptr);
     // Whether there is anything to save is decided now, not at load: a first
     // run that learnt its shares must keep them.
@@ -385,25 +463,42 @@ void VHApplicationDelegate::applicationShouldTerminate() {
         db.unload();
         VHLog(kLogMain, "Terminating application : saved database.");
     }
-    if (db.shutdownBlocked()) {
-        VHLog(kLogMain, "Terminating application : shutdown is blocked, waiting.");
-        QTimer::singleShot(1000, this, &VHApplicationDelegate::checkForTermination);
-        return;
-    }
-    VHLog(kLogMain, "Terminating application : now.");
-    finishTermination();
+    terminationStarted_ = std::chrono::steady_clock::now();
+    checkForTermination();
 }
 
 void VHApplicationDelegate::checkForTermination() {
-    if (VHDatabase::database().shutdownBlocked()) {
-        QTimer::singleShot(1000, this, &VHApplicationDelegate::checkForTermination);
+    if (terminationFinished_) return;
+    if (!driveLoopDone()) {
+        terminationTimer_.start(kTerminationPollMs);
         return;
     }
-    VHLog(kLogMain, "Terminating application : shutdown no longer blocked, exiting.");
+    if (VHDatabase::database().shutdownBlocked()) {
+        if (!toldShutdownBlocked_) {
+            VHLog(kLogMain, "Terminating application : shutdown is blocked, waiting.");
+            toldShutdownBlocked_ = true;
+        }
+        terminationTimer_.start(kTerminationPollMs);
+        return;
+    }
+    VHLog(kLogMain, toldShutdownBlocked_
+                        ? "Terminating application : shutdown no longer blocked, exiting."
+                        : "Terminating application : now.");
     finishTermination();
 }
 
+bool VHApplicationDelegate::driveLoopDone() {
+    if (!drive_.running()) return true;
+    // Again, quietly: a mount still being made at the first attempt is there now.
+    drive_.unmount(true);
+    if (std::chrono::steady_clock::now() - terminationStarted_ < kDriveStopWait) return false;
+    VHLog(kLogMain, "Terminating application : the drive still serves open files, leaving it.");
+    return true;
+}
+
 void VHApplicationDelegate::finishTermination() {
+    terminationFinished_ = true;
+    terminationTimer_.stop();
     VHLog(kLogMain, "Recording clean shutdown.");
     setCleanShutdown();
     QCoreApplication::exit(exitCode_);

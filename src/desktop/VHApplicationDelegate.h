@@ -1,20 +1,26 @@
 // The process's conductor: the start-up sequence, the drive's life (mount on
 // sign-in, re-mount after an eject, unmount on logout and quit), the orderly
-// termination that waits for the metadata database, and the clean-shutdown
-// record that decides whether the next launch needs a full refresh.
+// termination that waits for the drive's loop and the metadata database, and
+// the clean-shutdown record that decides whether the next launch needs a
+// full refresh.
 //
 // One instance (delegate()), created and used on the main thread. It also
 // serves the store's application hooks (user name, stored login, file
-// manager refreshes), which may be called from any thread.
+// manager refreshes), which may be called from any thread, and takes fatal
+// failures of the lower layers from any thread (installFatalErrorHandler).
 #pragma once
 
 #include <QLockFile>
 #include <QObject>
+#include <QString>
+#include <QThreadPool>
+#include <QTimer>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 
+#include "desktop/VHDriveController.h"
 #include "store/VHStoreHooks.h"
 
 namespace vh {
@@ -35,30 +41,52 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     static constexpr int kExitNoCredentials = 2;
     static constexpr int kExitAnotherInstance = 3;
     static constexpr int kExitMountFailed = 4;
+    static constexpr int kExitSignInRefused = 5;
+    static constexpr int kExitUnconfirmedChanges = 6;
 
     static VHApplicationDelegate& delegate();
 
-    // Start-up: switches, data folders, logging, the start-up line.
+    // From now on a fatal failure reported on any thread (VHReportFatalError)
+    // queues the orderly termination, with the failure's status, to the main
+    // thread. Called first thing at start-up.
+    void installFatalErrorHandler();
+    // The status of the first fatal failure reported; 0 when none. Any thread.
+    int fatalStatus() const { return fatalStatus_; }
+
+    // Start-up: switches, data folders, logging, the start-up line. Stops
+    // early when a fatal failure was reported (see fatalStatus()).
     void applicationWillFinishLaunching();
-    // Start-up, second part: migration, single-instance check, store,
+    // Credentials given on the command line for this start: tried at
+    // start-up and stored only once the service accepts them. A refusal is
+    // printed on standard error and ends the process with kExitSignInRefused.
+    void setSignInCredentials(const std::string& user, const std::string& password);
+    // Start-up, second part: single-instance check, migration, store,
     // credentials, mount and sign-in. With `headless` and no credentials it
     // prints how to give them and ends the process with kExitNoCredentials.
     void applicationDidFinishLaunching(bool headless);
-    // The orderly termination: unmount, save, wait while the database holds
-    // the shutdown, record the clean shutdown, quit the event loop.
+    // The orderly termination: unmount, save, wait for the drive's loop and
+    // while the database holds the shutdown, record the clean shutdown, quit
+    // the event loop. A request during start-up waits for its end.
     void applicationShouldTerminate();
 
     const VHLaunchSwitches& switches() const { return switches_; }
     bool isMounted() const { return isMounted_; }
     bool initializationFinished() const { return initializationFinished_; }
+    // Whether the drive's loop still runs (the process should then end
+    // without waiting for it).
+    bool driveRunning() const { return drive_.running(); }
     // "<title>.<key>"
     static std::string prependAppTitle(const std::string& key);
 
     // Mount and unmount (main thread).
     void initializeFuse();
     void stopFuse();
-    // Empties the store and the content cache and reloads the store.
-    void clearCaches();
+    // Empties the store and the content cache and reloads the store; the
+    // logs go too unless `keepLogs`. The folders are emptied in the
+    // background; termination waits for that.
+    void clearCaches(bool keepLogs = false);
+    // Blocks until the caches are cleared (before the event loop runs).
+    void waitForClearedCaches() { cacheClearing_.waitForDone(); }
     // Forgets the per-user settings of this application.
     void resetUserDefaults();
     // Signs out: the connector logs out; the drive is unmounted and the caches cleared.
@@ -83,30 +111,49 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void finishApplicationInitialization(bool headless);
     void subscribeToNotifications();
     void readCleanShutdown();
-    void askForLogin(bool headless);
+    // Headless: prints why and how to sign in, then ends the process.
+    void askForLogin(bool headless, const QString& refusal = QString());
     std::string mountOptions();
-    void joinMountThread();
     void setCleanShutdown();
+    void stopAfterFatalError(int status);
     void checkForTermination();
+    // Whether termination may go on: the drive's loop has ended, or it
+    // still runs (files held open after a forced unmount) and the wait is over.
+    bool driveLoopDone();
     void finishTermination();
 
     void didMount();
     void mountDidFailed(int code);
     void didUnmount();
+    void driveLoopEnded(int result);
     void didLoggedIn();
     void didDomainsLogin();
-    void didLoginFailed();
-    void didGlobalConnectionFailed();
+    void didLoginFailed(const QString& reason);
+    void didGlobalConnectionFailed(const QString& error);
     void didLoggedOut();
 
     VHLaunchSwitches switches_;
     std::unique_ptr<QLockFile> instanceLock_;
-    std::thread mountThread_;
+    VHDriveController drive_;
     std::atomic<bool> isMounted_{false};
+    std::atomic<int> fatalStatus_{0};
     bool unmountRequested_ = false;
+    bool remountWanted_ = false;      // an eject is answered once the loop ended
+    bool mountedSinceStart_ = false;  // the current loop reached the kernel handshake
     int loginFailures_ = 0;
+    bool headless_ = true;
+    bool signInPending_ = false;  // command-line credentials not yet accepted
+    bool toldUnreachable_ = false;
+    std::string signInUser_, signInPassword_;
+    bool startingUp_ = false;
+    bool terminationPending_ = false;
     bool initializationFinished_ = false;
     bool terminating_ = false;
+    bool toldShutdownBlocked_ = false;
+    bool terminationFinished_ = false;
+    QTimer terminationTimer_;
+    QThreadPool cacheClearing_;
+    std::chrono::steady_clock::time_point terminationStarted_;
     int exitCode_ = 0;
 };
 

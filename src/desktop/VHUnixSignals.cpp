@@ -20,10 +20,8 @@ void onSignal(int number) {
 
 }  // namespace
 
-VHUnixSignals::VHUnixSignals(QObject* parent) : QObject(parent) {
-    if (pipe2(gPipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
-    notifier_ = new QSocketNotifier(gPipe[0], QSocketNotifier::Read, this);
-    connect(notifier_, &QSocketNotifier::activated, this, &VHUnixSignals::readPipe);
+void VHUnixSignals::install() {
+    if (gPipe[0] != -1 || pipe2(gPipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
@@ -32,9 +30,18 @@ VHUnixSignals::VHUnixSignals(QObject* parent) : QObject(parent) {
     sigaction(SIGTERM, &action, nullptr);
 }
 
+VHUnixSignals::VHUnixSignals(QObject* parent) : QObject(parent) {
+    install();
+    if (gPipe[0] == -1) return;
+    notifier_ = new QSocketNotifier(gPipe[0], QSocketNotifier::Read, this);
+    connect(notifier_, &QSocketNotifier::activated, this, &VHUnixSignals::readPipe);
+}
+
 VHUnixSignals::~VHUnixSignals() {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    // The process is on its way out: a late signal must neither kill it with
+    // another status nor write into a reused descriptor.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGTERM, SIG_IGN);
     for (int& fd : gPipe) {
         if (fd != -1) ::close(fd);
         fd = -1;

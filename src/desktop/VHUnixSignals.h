@@ -11,7 +11,13 @@ namespace vh {
 class VHUnixSignals : public QObject {
     Q_OBJECT
   public:
-    // Installs the handlers; one instance per process, on the main thread.
+    // Installs the handlers; a signal that comes before an instance exists
+    // waits in the pipe. Call it first thing in main, before anything that
+    // takes time: until then SIGTERM kills the process outright.
+    static void install();
+
+    // Delivers the signals, also those that came earlier, as
+    // terminationRequested on the main thread. One instance per process.
     explicit VHUnixSignals(QObject* parent = nullptr);
     ~VHUnixSignals() override;
 

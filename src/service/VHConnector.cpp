@@ -90,7 +90,7 @@ void VHConnector::loadCredentials() {
     if (!accounts.empty()) {
         std::string password =
             credentialStore().password(keychainService(), accounts.front()).value_or("");
-        std::lock_guard lock(credentialsMutex_);
+        VHMutexLock lock(credentialsMutex_);
         username_ = accounts.front();
         password_ = password;
         return;
@@ -130,27 +130,27 @@ void VHConnector::clearCredentials(bool alsoUsername) {
 }
 
 bool VHConnector::credentialsAvailable() const {
-    std::lock_guard lock(credentialsMutex_);
+    VHMutexLock lock(credentialsMutex_);
     return !username_.empty() && !password_.empty();
 }
 
 std::string VHConnector::username() const {
-    std::lock_guard lock(credentialsMutex_);
+    VHMutexLock lock(credentialsMutex_);
     return username_;
 }
 
 void VHConnector::setUsername(const std::string& username) {
-    std::lock_guard lock(credentialsMutex_);
+    VHMutexLock lock(credentialsMutex_);
     username_ = username;
 }
 
 std::string VHConnector::password() const {
-    std::lock_guard lock(credentialsMutex_);
+    VHMutexLock lock(credentialsMutex_);
     return password_;
 }
 
 void VHConnector::setPassword(const std::string& password) {
-    std::lock_guard lock(credentialsMutex_);
+    VHMutexLock lock(credentialsMutex_);
     password_ = password;
 }
 
@@ -202,12 +202,12 @@ double VHConnector::lastDownloadSpeed() const {
 // ---- Domains of the last accepted global login ----------------------------------
 
 std::optional<GlobalLoginResponce> VHConnector::globalLoginResponce() const {
-    std::lock_guard lock(responseMutex_);
+    VHMutexLock lock(responseMutex_);
     return globalLoginResponce_;
 }
 
 void VHConnector::setGlobalLoginResponce(const std::optional<GlobalLoginResponce>& response) {
-    std::lock_guard lock(responseMutex_);
+    VHMutexLock lock(responseMutex_);
     globalLoginResponce_ = response;
 }
 

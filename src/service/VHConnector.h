@@ -18,12 +18,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "lib/VHThreadSafety.h"
 #include "store/VHCatchUpResponse.h"
 #include "store/VHLoginRecords.h"
 
@@ -47,6 +47,10 @@ class VHConnector : public QObject {
   public:
     // The page size of catch-up requests.
     static constexpr int kTickTake = 10000;
+    // A page the store could not apply is fetched again after this delay,
+    // doubled for each further failure up to the maximum.
+    static constexpr int kPageRetryDelayMs = 2000;
+    static constexpr int kPageRetryMaxDelayMs = 60000;
 
     static VHConnector& defaultConnector();
 
@@ -108,6 +112,9 @@ class VHConnector : public QObject {
     void logout();
 
     // ---- Catch-up ------------------------------------------------------------
+    // A page is handed to the store from the request's completion thread;
+    // the next page is asked for only once the store has applied it. A page
+    // the store refused leaves the share failed and is fetched again later.
     void catchUp(const ManagedShare& share);
     // Any thread.
     void sendCatchupRequest(const ManagedShare& share, int64_t startTick);
@@ -119,6 +126,12 @@ class VHConnector : public QObject {
     bool needsFullRefresh() const { return needsFullRefresh_; }
     void setNeedsFullRefresh(bool needed) { needsFullRefresh_ = needed; }
     bool inFullRefresh() const { return inFullRefresh_; }
+    // Where catch-up pages go: the store's applyCatchUpPage, unless replaced
+    // (tests wrap it to delay or refuse pages); an empty function restores
+    // it. Any thread.
+    using PageApplier = std::function<void(OSXCatchUpResponse page, ManagedShare share,
+                                           std::function<void(bool applied)> done)>;
+    void setPageApplier(PageApplier applier) VH_EXCLUDES(applierMutex_);
     // Share ids whose last catch-up did not complete; any thread.
     std::vector<std::string> failedCatchupShares() const;
     // Share ids with a catch-up request in flight; any thread.
@@ -130,7 +143,8 @@ class VHConnector : public QObject {
     void domainsLoggedIn();
     // `error` is the transport or parse error where there is one.
     void globalConnectionFailed(const QString& error);
-    void globalLoginFailed();
+    // The service refused the sign-in; `reason` says why, for the user.
+    void globalLoginFailed(const QString& reason);
     void globalLoggedOut();
 
   private:
@@ -175,9 +189,18 @@ class VHConnector : public QObject {
     void finishedDomainLogin();
 
     // ---- Catch-up (VHConnectorCatchUp.cpp) ----
+    // Any thread: sends the page request of a share whose active entry is held.
+    void requestCatchupPage(const ManagedShare& share, int64_t startTick);
     // Pool thread: one page arrived (or did not).
     void completeCatchup(const ManagedShare& share, int64_t startTick,
                          const VHHttpResponse& response);
+    // Main thread: the store has applied a page (`applied`) or refused it.
+    void catchupPageApplied(const ManagedShare& share, int64_t startTick, bool more, bool applied);
+    // Main thread: fetches a refused page again unless another request took over.
+    void retryCatchupPage(const ManagedShare& share, int64_t startTick);
+    // Removes the share's active entry when it still is `startTick`'s.
+    void endActiveCatchup(const std::string& shareId, int64_t startTick) VH_EXCLUDES(activeMutex_);
+    void setCatchupFailed(const std::string& shareId, bool failed) VH_EXCLUDES(failedMutex_);
     // Main thread: the next page, or the end of a full refresh.
     void continueCatchup(const ManagedShare& share, int64_t startTick, bool more);
 
@@ -187,22 +210,26 @@ class VHConnector : public QObject {
 
     // Locks: none of these is held while another is taken, nor across a
     // request, a store call or a signal.
-    mutable std::mutex credentialsMutex_;
-    std::string username_;  // guarded by credentialsMutex_
-    std::string password_;  // guarded by credentialsMutex_
-    mutable std::mutex responseMutex_;
-    std::optional<GlobalLoginResponce> globalLoginResponce_;  // guarded by responseMutex_
-    mutable std::mutex activeMutex_;
-    std::map<std::string, int64_t> activeCatchupRequests_;  // share id -> start tick; activeMutex_
-    mutable std::mutex failedMutex_;
-    std::set<std::string> failedCatchupRequests_;  // share ids; guarded by failedMutex_
+    mutable VHMutex credentialsMutex_;
+    std::string username_ VH_GUARDED_BY(credentialsMutex_);
+    std::string password_ VH_GUARDED_BY(credentialsMutex_);
+    mutable VHMutex responseMutex_;
+    std::optional<GlobalLoginResponce> globalLoginResponce_ VH_GUARDED_BY(responseMutex_);
+    mutable VHMutex activeMutex_;
+    // share id -> start tick of the request in flight
+    std::map<std::string, int64_t> activeCatchupRequests_ VH_GUARDED_BY(activeMutex_);
+    mutable VHMutex failedMutex_;
+    std::set<std::string> failedCatchupRequests_ VH_GUARDED_BY(failedMutex_);
+    VHMutex applierMutex_;
+    PageApplier pageApplier_ VH_GUARDED_BY(applierMutex_);
 
     std::unique_ptr<QThreadPool> loginOperationQueue_;
     std::unique_ptr<QThreadPool> catchupOperationQueue_;
-    QTimer* loginTimer_ = nullptr;               // main thread
-    std::vector<UserDomain> failedUserDomains_;  // main thread
-    int32_t awaitingDomains_ = 0;                // main thread
-    bool deviceIdCleared_ = false;               // main thread
+    QTimer* loginTimer_ = nullptr;                 // main thread
+    std::vector<UserDomain> failedUserDomains_;    // main thread
+    int32_t awaitingDomains_ = 0;                  // main thread
+    bool deviceIdCleared_ = false;                 // main thread
+    std::map<std::string, int> pageRetryDelayMs_;  // share id -> next delay; main thread
     std::atomic<bool> globalConnectionFailed_{false};
     std::atomic<bool> disableInternetConnection_{false};
     std::atomic<bool> loggedInGlobal_{false};

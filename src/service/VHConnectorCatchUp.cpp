@@ -1,5 +1,7 @@
 // Catch-up: each share's change journal, page by page, from its last tick.
 #include <QThreadPool>
+#include <QTimer>
+#include <algorithm>
 
 #include "lib/VHFormat.h"
 #include "lib/VHHttp.h"
@@ -8,6 +10,7 @@
 #include "lib/VHSettings.h"
 #include "lib/VHStrings.h"
 #include "service/VHConnector.h"
+#include "service/VHHostName.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -36,17 +39,14 @@ void VHConnector::catchUp(const ManagedShare& share) {
 }
 
 void VHConnector::sendCatchupRequest(const ManagedShare& share, int64_t startTick) {
-    {
-        std::lock_guard lock(failedMutex_);
-        failedCatchupRequests_.insert(share.shareId());
-    }
+    setCatchupFailed(share.shareId(), true);
     if (!domainReachable(domainWithId(share.DomainId.value_or("")))) {
         VHLog(kLogMain, "sendCatchupRequest: domain %@ is not reachable, will try again later.",
               share.DomainId.value_or(""));
         return;
     }
     {
-        std::lock_guard lock(activeMutex_);
+        VHMutexLock lock(activeMutex_);
         auto active = activeCatchupRequests_.find(share.shareId());
         if (active != activeCatchupRequests_.end() && active->second <= startTick) {
             VHLog(kLogMain,
@@ -56,9 +56,21 @@ void VHConnector::sendCatchupRequest(const ManagedShare& share, int64_t startTic
         }
         activeCatchupRequests_[share.shareId()] = startTick;
     }
+    requestCatchupPage(share, startTick);
+}
+
+void VHConnector::requestCatchupPage(const ManagedShare& share, int64_t startTick) {
+    std::string gateway = share.GateWayUrl.value_or("");
+    if (!VHIsHostName(gateway)) {
+        VHLog(kLogMain, "Warning! No catchup request for share %@: gateway \"%@\" is unsafe.",
+              share.shareId(), gateway);
+        endActiveCatchup(share.shareId(), startTick);
+        onMain([this, share, startTick] { continueCatchup(share, startTick, false); });
+        return;
+    }
     VHHttpRequest request;
     request.method = "POST";
-    request.url = VHFormat("https://clientgateway.%@/CatchUp7.aspx", share.GateWayUrl.value_or(""));
+    request.url = VHFormat("https://clientgateway.%@/CatchUp7.aspx", gateway);
     request.timeout = kDefaultTimeout;
     std::string token = share.ShareAcl ? share.ShareAcl->AclToken.value_or("") : "";
     request.headers = {{"share", share.shareId()},
@@ -75,22 +87,11 @@ void VHConnector::sendCatchupRequest(const ManagedShare& share, int64_t startTic
 
 void VHConnector::completeCatchup(const ManagedShare& share, int64_t startTick,
                                   const VHHttpResponse& response) {
-    bool more = false;
+    std::optional<OSXCatchUpResponse> page;
     if (response.status == 200 && !response.body.empty()) {
         std::string error;
-        std::optional<OSXCatchUpResponse> page =
-            VHParseRecord<OSXCatchUpResponse>(response.body, &error);
-        if (page) {
-            size_t count = page->VhVirtualFiles ? page->VhVirtualFiles->size() : 0;
-            if (count > 0) {
-                onMain([page = std::move(*page), share] {
-                    VHDatabase::database().updateFiles(page, share);
-                });
-            }
-            more = count >= static_cast<size_t>(kTickTake);
-            std::lock_guard lock(failedMutex_);
-            failedCatchupRequests_.erase(share.shareId());
-        } else {
+        page = VHParseRecord<OSXCatchUpResponse>(response.body, &error);
+        if (!page) {
             VHLog(kLogMain,
                   "Warning! Cannot parse catchup responce for share %@: error %@. Responce is %@",
                   share.ShareName.value_or(""), error, response.body);
@@ -100,14 +101,91 @@ void VHConnector::completeCatchup(const ManagedShare& share, int64_t startTick,
               "Warning! Error with catchup responce for share %@: %@, HTTP status code: %d",
               share.shareId(), response.error.message, response.status);
     }
-    {
-        std::lock_guard lock(activeMutex_);
-        auto active = activeCatchupRequests_.find(share.shareId());
-        if (active != activeCatchupRequests_.end() && active->second == startTick) {
-            activeCatchupRequests_.erase(active);
-        }
+    size_t count = page && page->VhVirtualFiles ? page->VhVirtualFiles->size() : 0;
+    if (count == 0) {
+        if (page) setCatchupFailed(share.shareId(), false);
+        endActiveCatchup(share.shareId(), startTick);
+        onMain([this, share, startTick] { continueCatchup(share, startTick, false); });
+        return;
     }
-    onMain([this, share, startTick, more] { continueCatchup(share, startTick, more); });
+    // The share stays active until its page is in the store: another request
+    // of the share would otherwise start from the journal position the page
+    // is about to move, and a full refresh would count as finished while its
+    // last page is still being written.
+    bool more = count >= static_cast<size_t>(kTickTake);
+    PageApplier apply;
+    {
+        VHMutexLock lock(applierMutex_);
+        apply = pageApplier_;
+    }
+    auto done = [this, share, startTick, more](bool applied) {
+        onMain([this, share, startTick, more, applied] {
+            catchupPageApplied(share, startTick, more, applied);
+        });
+    };
+    if (apply) {
+        apply(std::move(*page), share, done);
+    } else {
+        VHDatabase::database().applyCatchUpPage(std::move(*page), share, done);
+    }
+}
+
+void VHConnector::setPageApplier(PageApplier applier) {
+    VHMutexLock lock(applierMutex_);
+    pageApplier_ = std::move(applier);
+}
+
+void VHConnector::catchupPageApplied(const ManagedShare& share, int64_t startTick, bool more,
+                                     bool applied) {
+    if (!applied) {
+        int& delay =
+            pageRetryDelayMs_.try_emplace(share.shareId(), kPageRetryDelayMs).first->second;
+        VHLog(kLogMain,
+              "Warning! Catchup page of share %@ from tick %d was not applied; fetching it again "
+              "in %d ms.",
+              share.ShareName.value_or(""), startTick, delay);
+        QTimer::singleShot(delay, this,
+                           [this, share, startTick] { retryCatchupPage(share, startTick); });
+        delay = std::min(delay * 2, kPageRetryMaxDelayMs);
+        return;
+    }
+    pageRetryDelayMs_.erase(share.shareId());
+    setCatchupFailed(share.shareId(), false);
+    endActiveCatchup(share.shareId(), startTick);
+    continueCatchup(share, startTick, more);
+}
+
+void VHConnector::retryCatchupPage(const ManagedShare& share, int64_t startTick) {
+    bool stillOurs = false;
+    {
+        VHMutexLock lock(activeMutex_);
+        auto active = activeCatchupRequests_.find(share.shareId());
+        stillOurs = active != activeCatchupRequests_.end() && active->second == startTick;
+    }
+    if (!stillOurs) return;  // a request from a lower tick replaced this one
+    if (VHDatabase::database().terminating()) {
+        endActiveCatchup(share.shareId(), startTick);
+        return;
+    }
+    requestCatchupPage(share, startTick);
+}
+
+void VHConnector::endActiveCatchup(const std::string& shareId, int64_t startTick) {
+    VHMutexLock lock(activeMutex_);
+    auto active = activeCatchupRequests_.find(shareId);
+    // An entry replaced by a request from a lower tick belongs to that request.
+    if (active != activeCatchupRequests_.end() && active->second == startTick) {
+        activeCatchupRequests_.erase(active);
+    }
+}
+
+void VHConnector::setCatchupFailed(const std::string& shareId, bool failed) {
+    VHMutexLock lock(failedMutex_);
+    if (failed) {
+        failedCatchupRequests_.insert(shareId);
+    } else {
+        failedCatchupRequests_.erase(shareId);
+    }
 }
 
 void VHConnector::continueCatchup(const ManagedShare& share, int64_t startTick, bool more) {
@@ -119,19 +197,19 @@ void VHConnector::continueCatchup(const ManagedShare& share, int64_t startTick, 
     }
     bool allDone = false;
     {
-        std::lock_guard lock(activeMutex_);
+        VHMutexLock lock(activeMutex_);
         allDone = activeCatchupRequests_.empty();
     }
     if (allDone && inFullRefresh_) fullRefreshFinished();
 }
 
 std::vector<std::string> VHConnector::failedCatchupShares() const {
-    std::lock_guard lock(failedMutex_);
+    VHMutexLock lock(failedMutex_);
     return {failedCatchupRequests_.begin(), failedCatchupRequests_.end()};
 }
 
 std::vector<std::string> VHConnector::activeCatchupShares() const {
-    std::lock_guard lock(activeMutex_);
+    VHMutexLock lock(activeMutex_);
     std::vector<std::string> shareIds;
     for (const auto& [shareId, tick] : activeCatchupRequests_) shareIds.push_back(shareId);
     return shareIds;
@@ -176,6 +254,8 @@ void VHConnector::fullRefreshFinished() {
     VHLog(kLogMain, "Full refresh finished : checking if there are missing uploads.");
     VHLog(kLogMain, "Finished checking for missing uploads.");
     needsFullRefresh_ = false;
+    // Left set, it would postpone every later catch-up of the process.
+    inFullRefresh_ = false;
     VHSettings::remove("needsFullRefresh");
     VHSettings::sync();
 }

@@ -8,6 +8,7 @@
 #include "lib/VHStrings.h"
 #include "service/VHConnector.h"
 #include "service/VHDeviceInfo.h"
+#include "service/VHHostName.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -16,6 +17,11 @@ namespace {
 
 constexpr double kGlobalTimeout = 15.0;
 constexpr double kDefaultTimeout = 60.0;
+
+// What the user is told when the service refuses the sign-in.
+const char* const kRefusedCredentials = "the service refused the e-mail address or password";
+const char* const kRefusedDevice = "the service does not accept this device";
+const char* const kRefusedWipe = "the service ordered this device to be wiped";
 
 std::string urlOf(const UserDomain& domain) {
     return domain.Domain ? domain.Domain->Url.value_or("") : "";
@@ -66,12 +72,13 @@ std::string VHConnector::globalLoginURL(const GlobalLoginInput& input, bool& dom
     } else {
         VHLog(kLogMain, "Asking for user's domain at %@...", host);
         VHHttpRequest request;
-        request.url = VHFormat("https://%@/GetUserDomain.aspx?useremail=%@", host, input.username);
+        request.url = VHFormat("https://%@/GetUserDomain.aspx?useremail=%@", host,
+                               VHEscapeURLValue(input.username));
         request.timeout = kGlobalTimeout;
         VHHttpResponse response = VHHttp::send(request);
         if (answered(response)) {
             std::vector<std::string> parts = VHSplit(response.body, ',');
-            if (parts.size() == 2) {
+            if (parts.size() == 2 && VHIsHostName(parts[1])) {
                 domain = parts[1];
                 setUserDomain(domain);
                 VHLog(kLogMain, "Retrieved user domain: %@", domain);
@@ -139,7 +146,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         logout();
         clearCredentials(true);
         setGlobalLoginResponce(response);
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedWipe);
     } else if (code == "U100") {
         deviceIdCleared_ = false;
         setGlobalLoginResponce(response);
@@ -150,7 +157,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         refuseUnknownDevice();
     } else if (code == "U101") {
         if (domainWasKnown) setUserDomain("");
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedCredentials);
     } else {
         emit globalConnectionFailed(QString());
     }
@@ -161,7 +168,7 @@ void VHConnector::refuseUnknownDevice() {
         VHLog(kLogMain,
               "loginToGlobal: device id is not recognized on server, but it was cleared already "
               "(?\?)");
-        emit globalLoginFailed();
+        emit globalLoginFailed(kRefusedDevice);
         return;
     }
     VHLog(kLogMain,
@@ -198,9 +205,16 @@ void VHConnector::gatewayLogin(const UserDomain& domain, bool inBatch) {
         if (inBatch) onMain([this, domain] { countDomainAnswered(domain, true); });
         return;
     }
+    if (!VHIsHostName(urlOf(domain))) {
+        VHLog(kLogMain, "Warning! No gateway login for domain \"%@\": the address is unsafe.",
+              urlOf(domain));
+        if (inBatch) onMain([this, domain] { countDomainAnswered(domain, true); });
+        return;
+    }
     VHHttpRequest request;
     request.url = VHFormat("https://clientgateway.%@/ClientLogin.aspx?userEmail=%@&token=%@&API=1",
-                           urlOf(domain), username(), domain.UserDomainToken.value_or(""));
+                           urlOf(domain), VHEscapeURLValue(username()),
+                           VHEscapeURLValue(domain.UserDomainToken.value_or("")));
     request.timeout = kDefaultTimeout;
     bool realtime = !configuration_.disableSignalR;
     VHHttp::sendAsync(request, loginOperationQueue_.get(),

@@ -107,8 +107,12 @@ bool VHFileCredentialStore::write(const std::vector<Item>& items) const {
         json.push_back(
             {{"service", item.service}, {"account", item.account}, {"password", item.password}});
     }
-    std::error_code ignored;
-    fs::create_directories(fs::path(path_).parent_path(), ignored);
+    // The folder too: a listing of it would tell others whose secrets are kept.
+    if (!VHPaths::makePrivateDir(fs::path(path_).parent_path().string())) {
+        VHLog(kLogMain, "Warning! Cannot make the credentials folder of %@: %@", path_,
+              std::strerror(errno));
+        return false;
+    }
     std::string temporary = path_ + ".new";
     ::unlink(temporary.c_str());
     // Created with the final mode, so the secret is never readable by others.

@@ -1,8 +1,10 @@
 // The client as a user runs it: the real varnholt process signed in to the
 // real emulator, its drive mounted for real, observed with ordinary file
 // system calls and through the emulator's request log.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -51,6 +53,18 @@ std::string expectedListing(const VHEmulatorProcess& emulator, const std::string
     std::string listing;
     for (const std::string& line : lines) listing += line + "\n";
     return listing;
+}
+
+// Exit statuses the client documents in --help.
+namespace Exit {
+constexpr int kNoCredentials = 2;
+constexpr int kSignInRefused = 5;
+constexpr int kUnconfirmedChanges = 6;
+}  // namespace Exit
+
+std::string credentialsText() {
+    std::ifstream file(VHCurrentTestHome() + "/.local/state/Varnholt/credentials.json");
+    return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
 }
 
 // The requests the emulator received whose path holds `part`.
@@ -172,16 +186,66 @@ TEST_F(VHClientLifecycleTest, AShareOf25000ItemsArrivesThroughSeveralCatchUpPage
     EXPECT_GE(pages, 2);
 }
 
-TEST_F(VHClientLifecycleTest, AWrongPasswordIsTriedThreeTimesThenTheUserIsAsked) {
+TEST_F(VHClientLifecycleTest, ARefusedSignInIsToldAndEndsTheClientWithoutStoringIt) {
     VHTestClient client(emulator_);
-    VHTestClient::Options options;
-    options.password = "wrong";
-    ASSERT_TRUE(client.start(options));
-    EXPECT_TRUE(client.waitFor([&] { return countRequests(emulator_, "login2.aspx") == 3; }, 30s));
-    std::this_thread::sleep_for(12s);  // a fourth attempt would come after 9 s
-    EXPECT_EQ(countRequests(emulator_, "login2.aspx"), 3);
+    VHTestClient::Options wrong;
+    wrong.password = "wrong-password";
+    ASSERT_TRUE(client.start(wrong));
+    EXPECT_EQ(client.waitForExit(60s), Exit::kSignInRefused);
+    EXPECT_NE(client.standardError().find("sign-in refused"), std::string::npos)
+        << client.standardError();
+    EXPECT_EQ(countRequests(emulator_, "login2.aspx"), 1);
     EXPECT_FALSE(client.mounted());
+    EXPECT_EQ(credentialsText().find("wrong-password"), std::string::npos);
+    EXPECT_EQ(VHTestClient::settingsText().find("demo@varnholt.test"), std::string::npos);
+
+    // Stored credentials the service stops accepting: tried three times, then told.
+    signInAndWaitForTheDrive(client);
+    client.signal(SIGTERM);
+    ASSERT_EQ(client.waitForExit(), 0);
+    ASSERT_TRUE(emulator_.removeUser("demo@varnholt.test"));
+    ASSERT_TRUE(emulator_.addUser({{"email", "demo@varnholt.test"},
+                                   {"password", "changed"},
+                                   {"primaryDomain", "d1.varnholt.test"},
+                                   {"domains", {"d1.varnholt.test", "d2.varnholt.test"}}}));
+    emulator_.clearRequests();
+    VHTestClient::Options stored;
+    stored.user.clear();
+    ASSERT_TRUE(client.start(stored));
+    EXPECT_EQ(client.waitForExit(60s), Exit::kSignInRefused);
+    EXPECT_EQ(countRequests(emulator_, "login2.aspx"), 3);
+    EXPECT_NE(client.standardError().find("sign-in refused"), std::string::npos);
+    EXPECT_FALSE(client.mounted());
+}
+
+TEST_F(VHClientLifecycleTest, AFirstSignInThatCannotReachTheServiceSaysItKeepsTrying) {
+    ASSERT_TRUE(emulator_.addFault({{"host", "global|clientgateway"}, {"drop", true}}));
+    VHTestClient client(emulator_);
+    ASSERT_TRUE(client.start());
+    EXPECT_TRUE(client.waitFor(
+        [&] { return client.standardError().find("still trying") != std::string::npos; }, 60s))
+        << client.standardError();
     EXPECT_TRUE(client.running());
+    EXPECT_FALSE(client.mounted());
+    client.signal(SIGTERM);
+    EXPECT_EQ(client.waitForExit(), 0);
+    EXPECT_EQ(credentialsText().find("demo"), std::string::npos);
+}
+
+TEST_F(VHClientLifecycleTest, TheClientNeverTouchesItsOwnMount) {
+    // Every attribute request reaching the drive is logged with this switch.
+    VHSettings::setValue("VHExcessiveLogging", true);
+    VHSettings::sync();
+    VHTestClient client(emulator_);
+    ASSERT_TRUE(client.start());
+    ASSERT_TRUE(client.waitForMount()) << client.logs() << client.standardError();
+    ASSERT_TRUE(client.waitFor([&] { return rootNames(client.mountPath()).size() == 5; }, 60s));
+    ASSERT_TRUE(fs::exists(client.mountPath() + "/My Files"));
+    client.signal(SIGTERM);
+    ASSERT_EQ(client.waitForExit(), 0);
+    std::string logs = client.logs();
+    ASSERT_NE(logs.find("attributesOfItemAtPath:/My Files"), std::string::npos);
+    EXPECT_EQ(logs.find(".fuselock"), std::string::npos);
 }
 
 TEST_F(VHClientLifecycleTest, AnUnknownDeviceIsRetriedOnceAndThenRefused) {
@@ -287,7 +351,10 @@ TEST_F(VHClientLifecycleTest, AKilledClientRefreshesEveryShareFromTheStartNextTi
                    std::string::npos;
         },
         60s));
-    EXPECT_EQ(VHTestClient::settingsText().find("needsFullRefresh"), std::string::npos);
+    // The mark goes right after that line.
+    EXPECT_TRUE(client.waitFor(
+        [&] { return VHTestClient::settingsText().find("needsFullRefresh") == std::string::npos; },
+        10s));
 }
 
 TEST_F(VHClientLifecycleTest, TerminationUnmountsAndRecordsACleanShutdown) {
@@ -378,11 +445,15 @@ TEST_F(VHClientLifecycleTest, AnUnusableStoreEndsTheProcessWithItsStatus) {
     EXPECT_FALSE(client.mounted());
 }
 
-TEST_F(VHClientLifecycleTest, LogoutForgetsTheCredentialsAndEmptiesTheCaches) {
+TEST_F(VHClientLifecycleTest, LogoutKeepsUnconfirmedChangesUnlessForcedAndKeepsTheLogs) {
     VHTestClient client(emulator_);
     signInAndWaitForTheDrive(client);
     std::string readme = client.mountPath() + "/Team Documents/readme.txt";
     std::ifstream(readme).get();  // downloads it
+    int changed = open((client.mountPath() + "/My Files/welcome.txt").c_str(), O_WRONLY);
+    ASSERT_GE(changed, 0);
+    ASSERT_EQ(pwrite(changed, "changed", 7, 0), 7);
+    close(changed);
     client.signal(SIGTERM);
     ASSERT_EQ(client.waitForExit(), 0);
     std::string data = VHCurrentTestHome() + "/.local/share/Varnholt";
@@ -392,24 +463,31 @@ TEST_F(VHClientLifecycleTest, LogoutForgetsTheCredentialsAndEmptiesTheCaches) {
     logout.user.clear();
     logout.arguments = {"--logout"};
     ASSERT_TRUE(client.start(logout));
-    EXPECT_EQ(client.waitForExit(), 0);
+    EXPECT_EQ(client.waitForExit(), Exit::kUnconfirmedChanges);
+    EXPECT_NE(client.standardError().find("1 change(s)"), std::string::npos)
+        << client.standardError();
+    EXPECT_NE(credentialsText().find("demo\""), std::string::npos);
+    EXPECT_FALSE(fs::is_empty(data + "/Files/team-documents"));
+
+    logout.arguments = {"--logout", "--force"};
+    ASSERT_TRUE(client.start(logout));
+    EXPECT_EQ(client.waitForExit(), 0) << client.standardError();
     EXPECT_TRUE(fs::is_empty(data + "/Files"));
     EXPECT_FALSE(fs::exists(data + "/shares.db"));
+    EXPECT_FALSE(fs::is_empty(data + "/Logs"));
+    EXPECT_NE(client.logs().find("didMount: drive was mounted."), std::string::npos);
     VHSqlite files;
     ASSERT_TRUE(files.open(VHCurrentTestHome() + "/.local/state/Varnholt/files.db",
                            VHSqlite::Mode::ReadOnly));
     VHSqliteStatement* rows = files.prepare("SELECT COUNT(*) FROM files");
     ASSERT_TRUE(rows && rows->step() == VHSqliteStatement::Step::Row);
     EXPECT_EQ(rows->columnInt64(0), 0);
-    std::ifstream credentials(VHCurrentTestHome() + "/.local/state/Varnholt/credentials.json");
-    std::string stored((std::istreambuf_iterator<char>(credentials)),
-                       std::istreambuf_iterator<char>());
-    EXPECT_EQ(stored.find("demo\""), std::string::npos) << stored;
+    EXPECT_EQ(credentialsText().find("demo\""), std::string::npos) << credentialsText();
     // Signed out: the next headless start has no password.
     VHTestClient::Options none;
     none.user.clear();
     ASSERT_TRUE(client.start(none));
-    EXPECT_EQ(client.waitForExit(), 2);
+    EXPECT_EQ(client.waitForExit(), Exit::kNoCredentials);
 }
 
 TEST_F(VHClientLifecycleTest, WithoutCredentialsAHeadlessClientSaysHowAndStops) {
@@ -417,7 +495,7 @@ TEST_F(VHClientLifecycleTest, WithoutCredentialsAHeadlessClientSaysHowAndStops) 
     VHTestClient::Options options;
     options.user.clear();
     ASSERT_TRUE(client.start(options));
-    EXPECT_EQ(client.waitForExit(), 2);
+    EXPECT_EQ(client.waitForExit(), Exit::kNoCredentials);
     EXPECT_NE(client.standardError().find("--password-stdin"), std::string::npos);
 }
 

@@ -103,11 +103,17 @@ class VHClientReadTest : public testing::Test {
 
 TEST_F(VHClientReadTest, EveryFileOfAShareReadsAsTheServiceHasIt) {
     json tree = emulator_.tree("team-documents").value_or(json::object());
+    ASSERT_FALSE(tree.value("items", json::array()).empty()) << tree.dump();
+    int files = 0;
     for (const json& item : tree.value("items", json::array())) {
         if (!item.at("isFile").get<bool>()) continue;
         std::string path = item.at("path");
-        EXPECT_EQ(sha256Hex(readWhole(share("Team Documents") + path)), item.at("sha256")) << path;
+        std::string bytes = readWhole(share("Team Documents") + path);
+        EXPECT_EQ(bytes.size(), item.at("size").get<size_t>()) << path;
+        EXPECT_EQ(sha256Hex(bytes), item.at("sha256")) << path;
+        ++files;
     }
+    EXPECT_GE(files, 5) << tree.dump();
 }
 
 TEST_F(VHClientReadTest, RandomReadsOfALargeFileReturnTheRightBytes) {

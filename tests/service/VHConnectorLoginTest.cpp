@@ -136,6 +136,20 @@ TEST_F(ConnectorTest, WipeClearsCredentialsUserDomainAndDeviceId) {
     EXPECT_EQ(connector().username(), "");
 }
 
+TEST_F(ConnectorTest, AnAddressAndPasswordWithURLCharactersSignInEverywhere) {
+    const std::string email = "erin+work@varnholt.test";
+    ASSERT_TRUE(emulator.addUser({{"email", email},
+                                  {"password", "p+w&d=1 %"},
+                                  {"primaryDomain", "d1.varnholt.test"},
+                                  {"domains", {"d1.varnholt.test"}}}));
+    ASSERT_TRUE(emulator.setAcl("team", email, 1));
+    ASSERT_EQ(signIn(email, "p+w&d=1 %"), Outcome::LoggedIn);
+    EXPECT_EQ(connector().userDomain(), "d1.varnholt.test");
+    ASSERT_TRUE(loginBatch());
+    EXPECT_TRUE(connector().failedUserDomains().empty());
+    EXPECT_TRUE(storedShare("team"));
+}
+
 TEST_F(ConnectorTest, LoginAddressFollowsTheUserDomainReplyAndTheConfiguration) {
     ASSERT_TRUE(
         emulator.addFault({{"path", "GetUserDomain"}, {"status", 200}, {"message", "a,b"}}));

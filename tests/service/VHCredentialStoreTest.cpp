@@ -19,8 +19,11 @@ unsigned modeOf(const std::string& path) {
     return stat(path.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
 }
 
-TEST(FileCredentialStore, KeepsTriplesInAPrivateFile) {
+TEST(FileCredentialStore, KeepsTriplesInAPrivateFileOfAPrivateFolder) {
     VHFileCredentialStore store;
+    std::string folder = std::filesystem::path(store.path()).parent_path().string();
+    std::filesystem::create_directories(folder);
+    ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
     ASSERT_TRUE(store.setPassword("s", "a@x", "one"));
     ASSERT_TRUE(store.setPassword("s", "b@x", "two"));
     ASSERT_TRUE(store.setPassword("other", "a@x", "three"));
@@ -32,6 +35,7 @@ TEST(FileCredentialStore, KeepsTriplesInAPrivateFile) {
     EXPECT_EQ(store.accounts("s"), (Names{"b@x"}));
     EXPECT_FALSE(store.password("s", "a@x"));
     EXPECT_EQ(modeOf(store.path()), 0600u);
+    EXPECT_EQ(modeOf(folder), 0700u);
     EXPECT_FALSE(std::filesystem::exists(store.path() + ".new"));
 
     // A file opened up by someone is private again after the next write.

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,14 +35,25 @@ std::string readFile(const fs::path& path) {
 VHTestClient::VHTestClient(const VHEmulatorProcess& emulator) : emulator_(emulator) {}
 
 VHTestClient::~VHTestClient() {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
+    stop();
     VHDetachMountsBelow(VHCurrentTestHome());
 }
 
+void VHTestClient::stop() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    auto reaped = [this] { return waitpid(pid_, nullptr, WNOHANG) == pid_; };
+    if (!waitFor(reaped, std::chrono::seconds(30))) {
+        // Hanging on its own mount: a forced unmount aborts the FUSE
+        // connection, which frees it.
+        umount2(mountPath().c_str(), MNT_FORCE);
+        waitFor(reaped, std::chrono::seconds(30));
+    }
+    pid_ = -1;
+}
+
 bool VHTestClient::start(const Options& options) {
+    stop();  // a client that should have ended but did not (a failed test)
     stderrPath_ = VHCurrentTestHome() + "/client-stderr-" + std::to_string(time(nullptr)) + ".txt";
     int input[2];
     if (pipe2(input, O_CLOEXEC) != 0) return false;
@@ -121,7 +134,12 @@ bool VHTestClient::waitFor(const std::function<bool()>& condition,
 }
 
 bool VHTestClient::waitForMount(std::chrono::seconds timeout) const {
-    return waitFor([this] { return mounted(); }, timeout);
+    return waitFor(
+        [this] {
+            struct stat st {};
+            return mounted() && stat(mountPath().c_str(), &st) == 0;
+        },
+        timeout);
 }
 
 bool VHTestClient::waitForUnmount(std::chrono::seconds timeout) const {
@@ -130,6 +148,28 @@ bool VHTestClient::waitForUnmount(std::chrono::seconds timeout) const {
 
 void VHTestClient::signal(int number) const {
     if (pid_ > 0) kill(pid_, number);
+}
+
+bool VHTestClient::handlesTermination() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigCgt:", 0) != 0) continue;
+        unsigned long long caught = std::stoull(line.substr(7), nullptr, 16);
+        return caught & (1ull << (SIGTERM - 1));
+    }
+    return false;
+}
+
+std::string VHTestClient::threadStates() const {
+    std::string states;
+    std::error_code ignored;
+    for (const auto& task :
+         fs::directory_iterator("/proc/" + std::to_string(pid_) + "/task", ignored)) {
+        std::string stat = readFile(task.path() / "stat");
+        size_t nameEnd = stat.rfind(')');
+        if (nameEnd != std::string::npos && nameEnd + 2 < stat.size()) states += stat[nameEnd + 2];
+    }
+    return states;
 }
 
 std::optional<int> VHTestClient::waitForExit(std::chrono::seconds timeout) {

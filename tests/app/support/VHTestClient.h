@@ -31,7 +31,8 @@ class VHTestClient {
     VHTestClient(const VHTestClient&) = delete;
     VHTestClient& operator=(const VHTestClient&) = delete;
 
-    // Starts `varnholt --headless` with the options; false when it cannot start.
+    // Starts `varnholt --headless` with the options (killing a client of this
+    // object that still runs); false when it cannot start.
     bool start(const Options& options);
     bool start() { return start(Options{}); }
     bool running();
@@ -39,7 +40,9 @@ class VHTestClient {
 
     // ~/Varnholt of the test's HOME.
     std::string mountPath() const;
+    // A drive is mounted there, served or dead.
     bool mounted() const;
+    // Waits for a drive that answers (a dead one left by a killed client does not).
     bool waitForMount(std::chrono::seconds timeout = std::chrono::seconds(60)) const;
     bool waitForUnmount(std::chrono::seconds timeout = std::chrono::seconds(30)) const;
     // Waits until `condition` holds (polling), or the time is up.
@@ -48,7 +51,13 @@ class VHTestClient {
     // Sends a signal; waitForExit gives the exit status (nothing on time-out;
     // 128 + n for death by signal n).
     void signal(int number) const;
+    // Whether the running client has its SIGTERM handler in place (from then
+    // on a SIGTERM ends it in order).
+    bool handlesTermination() const;
     std::optional<int> waitForExit(std::chrono::seconds timeout = std::chrono::seconds(30));
+    // The states of the running client's threads, e.g. "DSS" when one hangs
+    // in uninterruptible sleep.
+    std::string threadStates() const;
 
     // Everything the client wrote to its log files and to standard error.
     std::string logs() const;
@@ -56,6 +65,9 @@ class VHTestClient {
     static std::string settingsText();
 
   private:
+    // Kills a client still running.
+    void stop();
+
     const VHEmulatorProcess& emulator_;
     pid_t pid_ = -1;
     int exitStatus_ = -1;

@@ -1,6 +1,7 @@
 #include "VHAdminService.h"
 
 #include "VHEmulatorActions.h"
+#include "VHEmulatorDates.h"
 #include "VHEmulatorProvisioning.h"
 #include "VHEmulatorRecords.h"
 
@@ -131,7 +132,7 @@ void VHAdminService::listEvents(VHEmulatorExchange& exchange) {
                         {"messageType", event.messageType},
                         {"sender", event.sender},
                         {"message", event.message},
-                        {"time", VHJsonDate(event.time)}});
+                        {"time", VHServiceDateText(event.time)}});
     }
     exchange.reply(200, list);
 }

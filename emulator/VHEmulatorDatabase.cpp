@@ -1,6 +1,6 @@
 #include "VHEmulatorDatabase.h"
 
-#include "lib/VHLog.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -48,35 +48,28 @@ CREATE TABLE IF NOT EXISTS publiclinks (linkId TEXT PRIMARY KEY, shareId TEXT,
 
 bool VHEmulatorDatabase::open(const std::string& path) {
     auto guard = lock();
-    if (!sql_.open(path, VHSqlite::Mode::ReadWriteCreate) || !sql_.execScript(kSchema)) {
-        VHConsoleLog("varnholt-emulator: cannot open the state database %@: %@", path,
-                     sql_.lastError());
+    if (!sql_.open(path) || !sql_.execScript(kSchema)) {
+        VHEmulatorLog("cannot open the state database " + path + ": " + sql_.lastError());
         return false;
     }
     return true;
 }
 
-bool VHEmulatorDatabase::run(const std::string& sql, const std::vector<VHSqlValue>& values) {
-    if (sql_.run(sql, values)) return true;
-    VHConsoleLog("varnholt-emulator: statement failed: %@ (%@)", sql, sql_.lastError());
+bool VHEmulatorDatabase::run(const std::string& sql, const std::vector<VHEmulatorValue>& values) {
+    if (sql_.query(sql, values, [](const Row&) {})) return true;
+    VHEmulatorLog("statement failed: " + sql + " (" + sql_.lastError() + ")");
     return false;
 }
 
-bool VHEmulatorDatabase::query(const std::string& sql, const std::vector<VHSqlValue>& values,
+bool VHEmulatorDatabase::query(const std::string& sql, const std::vector<VHEmulatorValue>& values,
                                const std::function<void(const Row&)>& row) {
-    VHSqliteStatement* statement = sql_.prepare(sql, values);
-    if (!statement) {
-        VHConsoleLog("varnholt-emulator: query failed: %@ (%@)", sql, sql_.lastError());
-        return false;
-    }
-    VHSqliteStatement::Step step;
-    while ((step = statement->step()) == VHSqliteStatement::Step::Row) row(*statement);
-    statement->reset();
-    return step == VHSqliteStatement::Step::Done;
+    if (sql_.query(sql, values, row)) return true;
+    VHEmulatorLog("query failed: " + sql + " (" + sql_.lastError() + ")");
+    return false;
 }
 
 std::optional<int64_t> VHEmulatorDatabase::integer(const std::string& sql,
-                                                   const std::vector<VHSqlValue>& values) {
+                                                   const std::vector<VHEmulatorValue>& values) {
     std::optional<int64_t> result;
     query(sql, values, [&](const Row& row) {
         if (!result && !row.columnIsNull(0)) result = row.columnInt64(0);
@@ -85,7 +78,7 @@ std::optional<int64_t> VHEmulatorDatabase::integer(const std::string& sql,
 }
 
 std::optional<std::string> VHEmulatorDatabase::text(const std::string& sql,
-                                                    const std::vector<VHSqlValue>& values) {
+                                                    const std::vector<VHEmulatorValue>& values) {
     std::optional<std::string> result;
     query(sql, values, [&](const Row& row) {
         if (!result && !row.columnIsNull(0)) result = row.columnText(0);

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "VHEmulatorRecords.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -19,7 +19,7 @@ constexpr size_t kReadBlock = 256u * 1024;
 VHEmulatorExchange::VHEmulatorExchange(const httplib::Request& request, httplib::Response& response,
                                        const httplib::ContentReader* reader)
     : request(request), response(response), reader_(reader) {
-    host = VHLowercase(request.get_header_value("Host"));
+    host = VHAsciiLowercase(request.get_header_value("Host"));
     if (auto colon = host.rfind(':'); colon != std::string::npos && host.find(']') == host.npos) {
         host.resize(colon);
     }

@@ -2,11 +2,11 @@
 
 #include <limits>
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorDefaults.h"
 #include "VHEmulatorIds.h"
-#include "lib/VHDate.h"
-#include "lib/VHNameRules.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorNames.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -50,12 +50,8 @@ VHEmulatorItem itemFromRow(const Row& row) {
     return item;
 }
 
-bool isValidName(const std::string& name) {
-    return VHIsSafePathComponent(name) && name.size() <= 255;
-}
-
 bool lockedByOther(const VHEmulatorItem& item, const VHChangeOrigin& origin) {
-    return item.locked && VHLowercase(item.lockedBy) != VHLowercase(origin.user);
+    return item.locked && !VHSameAsciiText(item.lockedBy, origin.user);
 }
 
 VHEmulatorFailure lockFailure(const VHEmulatorItem& item) {
@@ -78,8 +74,8 @@ void applyFields(VHEmulatorItem& item, const VHItemFields& fields, double now) {
 
 }  // namespace
 
-std::vector<VHEmulatorItem> VHEmulatorJournal::selectItems(const std::string& where,
-                                                           const std::vector<VHSqlValue>& values) {
+std::vector<VHEmulatorItem> VHEmulatorJournal::selectItems(
+    const std::string& where, const std::vector<VHEmulatorValue>& values) {
     std::vector<VHEmulatorItem> result;
     db_.query(std::string("SELECT ") + kItemColumns + " FROM items " + where, values,
               [&](const Row& row) { result.push_back(itemFromRow(row)); });
@@ -132,8 +128,7 @@ std::optional<VHEmulatorItem> VHEmulatorJournal::itemAtPath(const VHShareView& v
                                                             const std::string& path) {
     std::string parent = view.rootId;
     std::optional<VHEmulatorItem> current;
-    for (const std::string& name : VHSplit(path, '/')) {
-        if (name.empty()) continue;
+    for (const std::string& name : VHPathComponents(path)) {
         if (current && current->isFile) return std::nullopt;
         current = childNamed(view.storeShareId, parent, name);
         if (!current) return std::nullopt;
@@ -191,7 +186,7 @@ std::optional<VHEmulatorFailure> VHEmulatorJournal::checkPlacement(const VHShare
                                                                    const std::string& parentId,
                                                                    const std::string& name,
                                                                    const std::string& self) {
-    if (!isValidName(name)) return VHFail(400, kCodeBadRequest, "Bad name: " + name);
+    if (!VHIsAcceptableItemName(name)) return VHFail(400, kCodeBadRequest, "Bad name: " + name);
     auto other = childNamed(view.storeShareId, parentId, name);
     if (other && other->internalName != self) {
         return VHFail(409, kCodeNameExists, "An item named " + name + " exists");
@@ -235,7 +230,7 @@ bool VHEmulatorJournal::store(const VHEmulatorItem& item) {
          item.accessTime,
          item.writeTime,
          item.attributes,
-         item.permissions ? VHSqlValue(*item.permissions) : VHSqlValue(std::monostate{}),
+         item.permissions ? VHEmulatorValue(*item.permissions) : VHEmulatorValue(std::monostate{}),
          int64_t(item.deleted),
          int64_t(item.locked),
          item.lockDeviceId,
@@ -295,7 +290,7 @@ VHEmulatorResult<VHPlannedWrite> VHEmulatorJournal::planWrite(const VHShareView&
     }
     if (live) {
         if (lockedByOther(*existing, origin)) return lockFailure(*existing);
-        applyFields(*existing, fields, VHDate::now().seconds);
+        applyFields(*existing, fields, VHNowSeconds());
         return VHPlannedWrite{*existing, kEventUpdate};
     }
     auto file = newItem(view, fields, true);
@@ -318,7 +313,7 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::newItem(const VHShareView& v
     item.name = fields.name;
     item.isFile = isFile;
     item.attributes = isFile ? 128 : 16;
-    applyFields(item, fields, VHDate::now().seconds);
+    applyFields(item, fields, VHNowSeconds());
     return item;
 }
 
@@ -400,7 +395,7 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::setLock(const VHShareView& v
     target->locked = locked;
     target->lockDeviceId = locked ? origin.deviceId : "";
     target->lockedBy = locked ? origin.user : "";
-    target->lockTime = locked ? static_cast<int64_t>(VHDate::now().seconds) : 0;
+    target->lockTime = locked ? static_cast<int64_t>(VHNowSeconds()) : 0;
     return commit(view, *target, locked ? kEventLock : kEventUnlock, origin);
 }
 

@@ -101,7 +101,7 @@ class VHEmulatorJournal {
 
   private:
     std::vector<VHEmulatorItem> selectItems(const std::string& where,
-                                            const std::vector<VHSqlValue>& values);
+                                            const std::vector<VHEmulatorValue>& values);
     std::optional<VHEmulatorItem> childNamed(const std::string& shareId,
                                              const std::string& parentId, const std::string& name);
     // A new file or folder below its parent, checked for a place to stand.

@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorDefaults.h"
 #include "VHEmulatorIds.h"
-#include "lib/VHDate.h"
 
 namespace vh::emulator {
 
@@ -72,7 +72,7 @@ VHEmulatorResult<VHEmulatorUpload> VHEmulatorUploads::begin(const std::string& s
         "VALUES (?, ?, ?, ?, ?, ?, ?, 0, ?, ?, ?, ?, ?)",
         {upload.uploadName, upload.token, shareId, fields.internalName, int64_t(eventType),
          fieldsText(fields), expected, upload.blobId, origin.user, origin.deviceId,
-         origin.transmitId, VHDate::now().seconds});
+         origin.transmitId, VHNowSeconds()});
     if (!stored) {
         blobs_.remove(upload.blobId);
         return VHFail(500, kCodeBadRequest, db_.lastError());

@@ -1,8 +1,8 @@
 #include "VHFileApiService.h"
 
 #include "VHEmulatorAccess.h"
+#include "VHEmulatorDates.h"
 #include "VHEmulatorRecords.h"
-#include "lib/VHDate.h"
 
 namespace vh::emulator {
 
@@ -11,9 +11,7 @@ namespace {
 std::optional<double> dateField(const VHJson& file, const char* key) {
     auto it = file.find(key);
     if (it == file.end() || !it->is_string()) return std::nullopt;
-    auto date = VHTryParseJsonDate(it->get_ref<const std::string&>());
-    if (!date) return std::nullopt;
-    return date->seconds;
+    return VHParseServiceDate(it->get_ref<const std::string&>());
 }
 
 template <typename T>

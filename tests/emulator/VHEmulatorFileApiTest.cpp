@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "VHEmulatorTestSupport.h"
-#include "lib/VHDate.h"
-#include "lib/VHStrings.h"
 
 namespace vh::test {
 namespace {
@@ -17,9 +15,8 @@ const std::set<std::string> kJournalEventKeys = {
     "ShareId",    "ShareTick",  "TransmitCounter",        "TransmitTimeout", "CreateTick"};
 
 json newItem(const std::string& name, bool isFile, uint64_t size, const std::string& parent) {
-    std::string now = VHDateToJsonText(VHDate::now());
-    std::string id = VHLowercase(VHGenerateGUID());
-    std::erase(id, '-');
+    std::string now = "2024-05-17T08:15:42.250Z";
+    std::string id = VHTestInternalName();
     return {{"InternalName", id},  {"ParrentId", parent},   {"PublicName", name},
             {"IsFile", isFile},    {"EndOfFile", size},     {"AllocationSize", size},
             {"CreationTime", now}, {"LastAccessTime", now}, {"LastWriteTime", now},

@@ -83,7 +83,9 @@ VHEmulatorServer::VHEmulatorServer(VHEmulatorTls& tls, VHEmulatorFaults& faults,
     server_->Get(".*", plain);
     server_->Post(".*", withBody);
     server_->Put(".*", withBody);
+    server_->Patch(".*", withBody);
     server_->Delete(".*", withBody);
+    server_->Options(".*", plain);
 }
 
 VHEmulatorServer::~VHEmulatorServer() {

@@ -65,6 +65,11 @@ class VHEmulatorProcess {
     VHEmulatorReply request(const std::string& method, const std::string& host,
                             const std::string& pathAndQuery, const VHEmulatorHeaders& headers = {},
                             const std::string& body = "") const;
+    // The same with neither a body nor "Content-Length", waiting at most
+    // `waitSeconds` for the answer (curlCode 28 when none came).
+    VHEmulatorReply requestWithoutBody(const std::string& method, const std::string& host,
+                                       const std::string& pathAndQuery,
+                                       const VHEmulatorHeaders& headers, long waitSeconds) const;
     // An admin request; its JSON answer when the status is 2xx, else nothing.
     std::optional<nlohmann::json> admin(const std::string& method, const std::string& path,
                                         const nlohmann::json& body = nullptr) const;
@@ -101,6 +106,9 @@ class VHEmulatorProcess {
 
   private:
     bool launch();
+    VHEmulatorReply perform(const std::string& method, const std::string& host,
+                            const std::string& pathAndQuery, const VHEmulatorHeaders& headers,
+                            const std::string* body, long waitSeconds) const;
 
     Options options_;
     std::string tempDir_;  // made here, removed with the object

@@ -2,6 +2,8 @@
 // resumed uploads, ranged reads, locks, rights and reason codes.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "VHEmulatorTestSupport.h"
 
 namespace vh::test {
@@ -237,6 +239,51 @@ TEST_F(EmulatorFileApi, LocksRightsAndTokens) {
                            VHJournalEvent(0, newItem("n", false, 0, "team")).dump())
                   .status,
               401);
+}
+
+TEST_F(EmulatorFileApi, SizesAndTicksOutsideTheExactRangeAreRefused) {
+    int64_t tick = (*emulator.tree("team"))["tick"];
+    auto blobs = [&] {
+        auto entries = std::filesystem::directory_iterator(emulator.stateDir() + "/blobs");
+        return std::distance(begin(entries), end(entries));
+    };
+    auto blobsBefore = blobs();
+    const json badNumbers[] = {-5, 1.5, 9007199254740993ull, 1e30, 9223372036854775808ull, "12"};
+    const std::string readme = VHInternalName(emulator, "team", "/readme.txt");
+    for (const char* key : {"EndOfFile", "AllocationSize", "Tick", "UpdateTick"}) {
+        for (const json& bad : badNumbers) {
+            json created = newItem("bad.bin", true, 10, "team");
+            created[key] = bad;
+            VHEmulatorReply create = VHSendEvent(emulator, alice, "team", 0, created);
+            EXPECT_EQ(create.status, 400) << key << " " << bad;
+            EXPECT_EQ(create.json()["Code"], 1) << key << " " << bad;
+            json update = {{"InternalName", readme}, {"EndOfFile", 3}};
+            update[key] = bad;
+            EXPECT_EQ(VHSendEvent(emulator, alice, "team", 3, update).json()["Code"], 1)
+                << key << " " << bad;
+        }
+    }
+    json event = VHJournalEvent(0, newItem("bad.bin", true, 0, "team"));
+    event["ShareTick"] = -1;
+    EXPECT_EQ(emulator
+                  .request("POST", kFilecache1, "/api/shares/team/files",
+                           VHAuthorization(alice.domainToken), event.dump())
+                  .status,
+              400);
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick);
+    EXPECT_EQ(blobs(), blobsBefore);
+    EXPECT_EQ(emulator.fileBytes("team", "/readme.txt"), "hello");
+
+    // All bits set is the client's "no tick yet"; 2^53 is the largest size.
+    json fresh = newItem("fresh.txt", true, 0, "team");
+    for (const char* key : {"Tick", "ShareTick", "UpdateTick", "CreateTick"}) {
+        fresh[key] = 18446744073709551615ull;
+    }
+    EXPECT_EQ(VHSendEvent(emulator, alice, "team", 0, fresh).status, 201);
+    json whole = newItem("whole.txt", true, 0, "team");
+    whole["AllocationSize"] = 0.0;
+    whole["Attributes"] = 128.0;
+    EXPECT_EQ(VHSendEvent(emulator, alice, "team", 0, whole).status, 201);
 }
 
 TEST_F(EmulatorFileApi, SubfolderShareWritesIntoItsFolder) {

@@ -261,9 +261,16 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::createFolder(const VHShareVi
     if (!VHIsPlainId(fields.internalName)) return VHFail(400, kCodeBadRequest, "Bad id");
     auto existing = item(fields.internalName);
     if (existing && !existing->deleted) {
-        // A create sent again after a lost answer.
-        if (!existing->isFile && isInView(view, *existing)) return *existing;
-        return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
+        // A create sent again: after a lost answer, or with a new place.
+        if (existing->isFile || !isInView(view, *existing)) {
+            return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
+        }
+        VHEmulatorItem moved = *existing;
+        if (auto refused = relocate(view, moved, fields.parentId, fields.name, origin)) {
+            return *refused;
+        }
+        if (moved.parentId == existing->parentId && moved.name == existing->name) return moved;
+        return commit(view, moved, kEventMove, origin);
     }
     if (existing && existing->shareId != view.storeShareId) {
         return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
@@ -289,7 +296,9 @@ VHEmulatorResult<VHPlannedWrite> VHEmulatorJournal::planWrite(const VHShareView&
         return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
     }
     if (live) {
-        if (lockedByOther(*existing, origin)) return lockFailure(*existing);
+        if (auto refused = relocate(view, *existing, fields.parentId, fields.name, origin)) {
+            return *refused;
+        }
         applyFields(*existing, fields, VHNowSeconds());
         return VHPlannedWrite{*existing, kEventUpdate};
     }
@@ -340,23 +349,32 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::move(const VHShareView& view
                                                          const VHChangeOrigin& origin) {
     auto moving = liveItemInView(view, internalName);
     if (!moving) return unknownItem(internalName);
-    if (lockedByOther(*moving, origin)) return lockFailure(*moving);
-    auto parent = resolveParent(view, parentId);
+    if (auto refused = relocate(view, *moving, parentId, name, origin)) return *refused;
+    return commit(view, *moving, kEventMove, origin);
+}
+
+std::optional<VHEmulatorFailure> VHEmulatorJournal::relocate(const VHShareView& view,
+                                                             VHEmulatorItem& item,
+                                                             const std::string& parentId,
+                                                             const std::string& name,
+                                                             const VHChangeOrigin& origin) {
+    if (lockedByOther(item, origin)) return lockFailure(item);
+    auto parent = resolveParent(view, parentId.empty() ? item.parentId : parentId);
     if (!parent) return parent.failure();
     std::string above = *parent;
     for (int depth = 0; depth < kMaxDepth && above != view.storeShareId; ++depth) {
-        if (above == moving->internalName) {
+        if (above == item.internalName) {
             return VHFail(400, kCodeBadRequest, "A folder cannot move into itself");
         }
-        auto next = item(above);
+        auto next = this->item(above);
         if (!next) break;
         above = next->parentId;
     }
-    std::string newName = name.empty() ? moving->name : name;
-    if (auto refused = checkPlacement(view, *parent, newName, internalName)) return *refused;
-    moving->parentId = *parent;
-    moving->name = newName;
-    return commit(view, *moving, kEventMove, origin);
+    std::string newName = name.empty() ? item.name : name;
+    if (auto refused = checkPlacement(view, *parent, newName, item.internalName)) return *refused;
+    item.parentId = *parent;
+    item.name = newName;
+    return std::nullopt;
 }
 
 VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::remove(const VHShareView& view,

@@ -74,18 +74,24 @@ class VHEmulatorJournal {
     // Every item of the view (deleted ones only when asked).
     std::vector<VHEmulatorItem> itemsInView(const VHShareView& view, bool includeDeleted);
 
+    // A folder sent again (same internal name) is renamed or moved as
+    // `fields` say, like move(); unchanged, it is answered as it is.
     VHEmulatorResult<VHEmulatorItem> createFolder(const VHShareView& view, VHItemFields fields,
                                                   const VHChangeOrigin& origin);
     // Checks new contents of a file without changing anything: a create (or
     // the revival of a deleted item) unless `mustExist`, which refuses an
-    // unknown or deleted item with 17.
+    // unknown or deleted item with 17. For an existing file the name and
+    // parent of `fields` apply as in move().
     VHEmulatorResult<VHPlannedWrite> planWrite(const VHShareView& view, VHItemFields fields,
                                                const VHChangeOrigin& origin, bool mustExist);
     // Stores new contents as planWrite checks them.
     VHEmulatorResult<VHEmulatorItem> writeContent(const VHShareView& view, VHItemFields fields,
                                                   const VHContentVersion& content,
                                                   const VHChangeOrigin& origin, bool mustExist);
-    // Rename and move; an empty name keeps the name.
+    // Rename and move; an empty name keeps the name, an empty parent the
+    // parent. Refused like a create (400/1 bad name, 409/3 name taken), and
+    // with 400/17 for an unknown parent, 400/1 for a folder into itself and
+    // 423 for another user's lock.
     VHEmulatorResult<VHEmulatorItem> move(const VHShareView& view, const std::string& internalName,
                                           const std::string& parentId, const std::string& name,
                                           const VHChangeOrigin& origin);
@@ -107,6 +113,10 @@ class VHEmulatorJournal {
     // A new file or folder below its parent, checked for a place to stand.
     VHEmulatorResult<VHEmulatorItem> newItem(const VHShareView& view, const VHItemFields& fields,
                                              bool isFile);
+    // Gives `item` its new parent and name, checked as move() checks them.
+    std::optional<VHEmulatorFailure> relocate(const VHShareView& view, VHEmulatorItem& item,
+                                              const std::string& parentId, const std::string& name,
+                                              const VHChangeOrigin& origin);
     VHEmulatorResult<std::string> resolveParent(const VHShareView& view,
                                                 const std::string& parentId);
     std::optional<VHEmulatorFailure> checkPlacement(const VHShareView& view,

@@ -241,6 +241,70 @@ TEST_F(EmulatorFileApi, LocksRightsAndTokens) {
               401);
 }
 
+TEST_F(EmulatorFileApi, UpdatesAndRepeatedCreatesRenameAndMoveLikeARename) {
+    std::string id = VHInternalName(emulator, "team", "/readme.txt");
+    std::string docs = VHInternalName(emulator, "team", "/docs");
+    ASSERT_FALSE(id.empty());
+    int64_t before = (*emulator.tree("team"))["tick"];
+    // A file renamed while its new contents wait: the update carries the name.
+    json update = newItem("renamed.txt", true, 6, docs);
+    update["InternalName"] = id;
+    VHEmulatorReply started = VHSendEvent(emulator, alice, "team", 3, update);
+    ASSERT_EQ(started.status, 200) << started.body;
+    VHEmulatorReply done = putChunk(started.json()["Data"]["Url"], "newer!", 0, 6);
+    ASSERT_EQ(done.status, 200) << done.body;
+    json file = done.json()["Data"]["ClientJournalEvent"]["VhVirtualFile"];
+    EXPECT_EQ(file["PublicName"], "renamed.txt");
+    EXPECT_EQ(file["ParrentId"], docs);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/docs/renamed.txt"), id);
+    EXPECT_TRUE(VHInternalName(emulator, "team", "/readme.txt").empty());
+    EXPECT_EQ(emulator.fileBytes("team", "/docs/renamed.txt"), "newer!");
+    json record = VHCatchUp(emulator, "team", VHAclToken(alice, "team"), before).json();
+    ASSERT_EQ(record["VhVirtualFiles"].size(), 1u);
+    EXPECT_EQ(record["VhVirtualFiles"][0]["PublicName"], "renamed.txt");
+    EXPECT_EQ(record["VhVirtualFiles"][0]["ParrentId"], docs);
+
+    // An empty file takes the new name at once; absent keys keep what is there.
+    json emptied = newItem("emptied.txt", true, 0, "team");
+    emptied["InternalName"] = id;
+    ASSERT_EQ(VHSendEvent(emulator, alice, "team", 3, emptied).status, 200);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/emptied.txt"), id);
+    ASSERT_EQ(VHSendEvent(emulator, alice, "team", 3, {{"InternalName", id}}).status, 200);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/emptied.txt"), id);
+
+    // The same refusals as a rename, and nothing changes.
+    int64_t tick = (*emulator.tree("team"))["tick"];
+    auto refusal = [&](const json& item, int type) {
+        VHEmulatorReply reply = VHSendEvent(emulator, alice, "team", type, item);
+        return std::pair(reply.status, reply.json()["Code"]);
+    };
+    json clash = newItem("big.bin", true, 4, "team");
+    clash["InternalName"] = id;
+    EXPECT_EQ(refusal(clash, 3), std::pair(409L, json(3)));
+    EXPECT_EQ(refusal(clash, 0), std::pair(409L, json(3)));
+    json nowhere = newItem("x.txt", true, 4, "no-such-folder");
+    nowhere["InternalName"] = id;
+    EXPECT_EQ(refusal(nowhere, 3), std::pair(400L, json(17)));
+    json badName = newItem("a/b", true, 4, "team");
+    badName["InternalName"] = id;
+    EXPECT_EQ(refusal(badName, 3), std::pair(400L, json(1)));
+    json intoItself = newItem("docs", false, 0, VHInternalName(emulator, "team", "/docs/sub"));
+    intoItself["InternalName"] = docs;
+    EXPECT_EQ(refusal(intoItself, 0), std::pair(400L, json(1)));
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick);
+
+    // A folder created again under another name is renamed.
+    json folder = newItem("Documents", false, 0, "team");
+    folder["InternalName"] = docs;
+    VHEmulatorReply again = VHSendEvent(emulator, alice, "team", 0, folder);
+    ASSERT_EQ(again.status, 201) << again.body;
+    EXPECT_EQ(again.json()["Data"]["ClientJournalEvent"]["VhVirtualFile"]["PublicName"],
+              "Documents");
+    EXPECT_TRUE(VHInternalName(emulator, "team", "/docs").empty());
+    EXPECT_FALSE(VHInternalName(emulator, "team", "/Documents/a.txt").empty());
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick + 1);
+}
+
 TEST_F(EmulatorFileApi, SizesAndTicksOutsideTheExactRangeAreRefused) {
     int64_t tick = (*emulator.tree("team"))["tick"];
     auto blobs = [&] {

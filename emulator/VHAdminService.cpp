@@ -232,7 +232,9 @@ void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
         std::vector<std::string> doomed = store_.accounts.subfolderShares(shareId);
         doomed.push_back(shareId);
         for (const std::string& id : doomed) {
-            if (!store_.accounts.removeShare(id)) return VHFail(500, kCodeBadRequest, "");
+            if (!store_.accounts.removeShare(id) || !store_.journal.forgetDepartures(id)) {
+                return VHFail(500, kCodeBadRequest, store_.db.lastError());
+            }
         }
         if (!share->isSubfolder() && !store_.journal.purge(shareId)) {
             return VHFail(500, kCodeBadRequest, store_.db.lastError());

@@ -32,6 +32,9 @@ CREATE TABLE IF NOT EXISTS items (internalName TEXT PRIMARY KEY, shareId TEXT, p
 CREATE INDEX IF NOT EXISTS items_share_tick ON items (shareId, tick);
 CREATE INDEX IF NOT EXISTS items_parent_name ON items (parentId, name);
 CREATE INDEX IF NOT EXISTS items_upload ON items (uploadName);
+CREATE TABLE IF NOT EXISTS departures (shareId TEXT, internalName TEXT, tick INTEGER,
+  PRIMARY KEY (shareId, internalName));
+CREATE INDEX IF NOT EXISTS departures_tick ON departures (shareId, tick);
 CREATE TABLE IF NOT EXISTS uploads (uploadName TEXT PRIMARY KEY, token TEXT, shareId TEXT,
   internalName TEXT, eventType INTEGER, fields TEXT, expected INTEGER, position INTEGER,
   blobId TEXT, user TEXT, deviceId TEXT, transmitId TEXT, created REAL);

@@ -70,8 +70,10 @@ class VHEmulatorJournal {
     std::string pathOf(const VHShareView& view, const VHEmulatorItem& item);
 
     // Records of the view with a tick above `tick`, ascending, at most `take`.
+    // A subfolder share's view adds, as deleted records at the tick they
+    // left, the items that left its folder.
     std::vector<VHEmulatorItem> changesAfter(const VHShareView& view, int64_t tick, int64_t take);
-    // Every item of the view (deleted ones only when asked).
+    // Every item now in the view (deleted ones only when asked).
     std::vector<VHEmulatorItem> itemsInView(const VHShareView& view, bool includeDeleted);
 
     // A folder sent again (same internal name) is renamed or moved as
@@ -104,6 +106,8 @@ class VHEmulatorJournal {
                                              const VHChangeOrigin& origin);
     // Forgets every item of a share; their blobs go after the commit.
     bool purge(const std::string& storeShareId);
+    // Forgets which items left a subfolder share's folder.
+    bool forgetDepartures(const std::string& shareId);
 
   private:
     std::vector<VHEmulatorItem> selectItems(const std::string& where,
@@ -125,8 +129,19 @@ class VHEmulatorJournal {
                                                     const std::string& self);
     std::vector<VHEmulatorItem> liveDescendants(const VHEmulatorItem& folder);
     bool store(const VHEmulatorItem& item);
+    // Whether the chain of parents from `parentId` up reaches `folderId`.
+    bool isBelow(const std::string& parentId, const std::string& folderId);
+    // After `moved` changed its parent: the subfolder shares whose folder it
+    // left or entered note it, and what lies below it gets a tick of its own.
+    bool crossSubfolderShares(const VHShareView& view, const std::string& oldParent,
+                              const VHEmulatorItem& moved, const VHChangeOrigin& origin);
+    bool recordCrossing(const std::vector<std::pair<std::string, bool>>& crossed,
+                        const std::string& internalName, int64_t tick);
     VHEmulatorResult<VHEmulatorItem> commit(const VHShareView& view, VHEmulatorItem item,
                                             int eventType, const VHChangeOrigin& origin);
+
+    // Deeper trees than this are taken for a loop in the parent chain.
+    static constexpr int kMaxDepth = 1000;
 
     VHEmulatorDatabase& db_;
     VHEmulatorAccounts& accounts_;

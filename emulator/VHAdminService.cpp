@@ -79,10 +79,14 @@ void VHAdminService::state(VHEmulatorExchange& exchange) {
         users.push_back({{"email", user.email}, {"userId", user.userId}, {"name", user.name}});
     }
     for (const auto& share : store_.accounts.shares()) shares.push_back(describeShare(share));
+    VHJson uploads = {{"inProgress", store_.uploads.count()},
+                      {"receiving", store_.uploads.receiving()},
+                      {"waiting", store_.uploads.waiting()}};
     exchange.reply(200, {{"globalHost", store_.globalHost()},
                          {"domains", std::move(domains)},
                          {"users", std::move(users)},
-                         {"shares", std::move(shares)}});
+                         {"shares", std::move(shares)},
+                         {"uploads", std::move(uploads)}});
 }
 
 void VHAdminService::addDomain(VHEmulatorExchange& exchange) {

@@ -26,6 +26,10 @@ inline constexpr std::string_view kWebclientPrefix = "webclient.";
 // Every admin path starts with this.
 inline constexpr std::string_view kAdminPrefix = "/_emulator/";
 
+// How long the server waits for the next bytes of a request; also how long
+// a chunk waits for another chunk of its upload to finish.
+inline constexpr int kReadTimeoutSeconds = 120;
+
 // Service threads: 16 streaming clients plus logins, catch-ups, admin calls
 // and (later) held realtime polls.
 inline constexpr size_t kServerThreads = 64;

@@ -71,7 +71,7 @@ VHEmulatorServer::VHEmulatorServer(VHEmulatorTls& tls, VHEmulatorFaults& faults,
     server_->set_tcp_nodelay(true);
     server_->set_keep_alive_max_count(100000);
     server_->set_keep_alive_timeout(5);
-    server_->set_read_timeout(120);
+    server_->set_read_timeout(kReadTimeoutSeconds);
     server_->set_write_timeout(120);
     auto plain = [this](const httplib::Request& request, httplib::Response& response) {
         dispatch(request, response, nullptr);

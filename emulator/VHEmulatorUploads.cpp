@@ -99,12 +99,25 @@ std::optional<VHEmulatorUpload> VHEmulatorUploads::find(const std::string& uploa
     return result;
 }
 
+int64_t VHEmulatorUploads::count() {
+    return db_.integer("SELECT COUNT(*) FROM uploads").value_or(0);
+}
+
+bool VHEmulatorUploads::awaitIdle(const std::string& uploadName, std::unique_lock<std::mutex>& lock,
+                                  std::chrono::steady_clock::time_point deadline) {
+    ++waiting_;
+    bool idle = idle_.wait_until(lock, deadline, [&] { return busy_.count(uploadName) == 0; });
+    --waiting_;
+    return idle;
+}
+
 bool VHEmulatorUploads::claim(const std::string& uploadName) {
     return busy_.insert(uploadName).second;
 }
 
 void VHEmulatorUploads::release(const std::string& uploadName) {
     busy_.erase(uploadName);
+    idle_.notify_all();
 }
 
 bool VHEmulatorUploads::advance(const std::string& uploadName, uint64_t position) {
@@ -121,7 +134,7 @@ std::shared_ptr<VHUploadDigest> VHEmulatorUploads::digest(const std::string& upl
 
 bool VHEmulatorUploads::finish(const std::string& uploadName) {
     digests_.erase(uploadName);
-    busy_.erase(uploadName);
+    release(uploadName);
     return db_.run("DELETE FROM uploads WHERE uploadName = ?", {uploadName});
 }
 

@@ -1,11 +1,15 @@
 // Uploads in progress: each has an upload name (the name its content will
 // have), a secret token in its URL, the byte position reached and a blob
-// that receives the chunks. Every method requires the database lock.
+// that receives the chunks. Every method requires the database lock;
+// awaitIdle() gives it up while it waits.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -46,9 +50,18 @@ class VHEmulatorUploads {
                                              uint64_t expected, int eventType,
                                              const VHChangeOrigin& origin);
     std::optional<VHEmulatorUpload> find(const std::string& uploadName);
+    // Waits, giving up `lock` (the database lock) meanwhile, until no chunk
+    // of the upload is on its way; false when one still is at `deadline`.
+    bool awaitIdle(const std::string& uploadName, std::unique_lock<std::mutex>& lock,
+                   std::chrono::steady_clock::time_point deadline);
     // Marks an upload as receiving a chunk; false when one is on its way.
     bool claim(const std::string& uploadName);
     void release(const std::string& uploadName);
+    // Uploads in progress, those receiving a chunk, and chunks waiting for
+    // one of them.
+    int64_t count();
+    size_t receiving() const { return busy_.size(); }
+    int waiting() const { return waiting_; }
     bool advance(const std::string& uploadName, uint64_t position);
     // The running digest when it stands at `position` (one is started at 0);
     // null otherwise, for example after a restart.
@@ -61,7 +74,9 @@ class VHEmulatorUploads {
   private:
     VHEmulatorDatabase& db_;
     VHEmulatorBlobs& blobs_;
-    std::set<std::string> busy_;  // guarded by the database lock
+    std::set<std::string> busy_;    // guarded by the database lock
+    int waiting_ = 0;               // guarded by the database lock
+    std::condition_variable idle_;  // a chunk of some upload was released
     std::map<std::string, std::shared_ptr<VHUploadDigest>>
         digests_;  // guarded by the database lock
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 
@@ -116,10 +117,17 @@ VHEmulatorResult<VHEmulatorUpload> VHTransferService::claimChunk(
     if (chunk.total != upload->expected) {
         return VHFail(400, kCodeBadRequest, "The upload expects another length");
     }
+    // A chunk sent again while an earlier one is still arriving waits for it
+    // and is then answered from where the upload stands.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kReadTimeoutSeconds);
+    bool idle = store_.uploads.awaitIdle(uploadName, guard, deadline);
+    upload = store_.uploads.find(uploadName);
+    if (!upload) return VHFail(404, kCodeUploadUnknown, "No upload " + uploadName);
     position = upload->position;
-    if (chunk.first != upload->position || !store_.uploads.claim(uploadName)) {
+    if (!idle || chunk.first != position) {
         return VHFail(400, kCodePositionMismatch, "The upload stands at another position");
     }
+    store_.uploads.claim(uploadName);
     digest = store_.uploads.digest(uploadName, chunk.first);
     return *upload;
 }

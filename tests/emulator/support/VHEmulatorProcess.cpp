@@ -107,6 +107,7 @@ bool VHEmulatorProcess::launch() {
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) return false;
     std::vector<std::string> arguments{VH_EMULATOR_BINARY, "--state", stateDir_};
     if (!seedFile_.empty()) arguments.insert(arguments.end(), {"--seed", seedFile_});
+    arguments.insert(arguments.end(), options_.arguments.begin(), options_.arguments.end());
     pid_t parent = ::getpid();
     pid_ = ::fork();
     if (pid_ == 0) {

@@ -33,10 +33,18 @@ struct VHEmulatorReply {
 class VHEmulatorProcess {
   public:
     struct Options {
+        Options(nlohmann::json seed = nullptr, std::string stateDir = "",
+                std::vector<std::string> arguments = {})
+            : seed(std::move(seed)),
+              stateDir(std::move(stateDir)),
+              arguments(std::move(arguments)) {}
+
         // A seed document; null: the built-in demo account.
         nlohmann::json seed;
         // Empty: a fresh temporary folder, removed with this object.
         std::string stateDir;
+        // Further command-line arguments ("--upload-ttl", "0").
+        std::vector<std::string> arguments;
     };
 
     VHEmulatorProcess() = default;

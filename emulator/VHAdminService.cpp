@@ -80,6 +80,7 @@ void VHAdminService::state(VHEmulatorExchange& exchange) {
     }
     for (const auto& share : store_.accounts.shares()) shares.push_back(describeShare(share));
     VHJson uploads = {{"inProgress", store_.uploads.count()},
+                      {"reservedBytes", store_.uploads.reservedBytes()},
                       {"receiving", store_.uploads.receiving()},
                       {"waiting", store_.uploads.waiting()}};
     exchange.reply(200, {{"globalHost", store_.globalHost()},

@@ -86,6 +86,8 @@ bool VHEmulator::start(const Options& options) {
     std::string globalHost;
     {
         auto guard = store_.db.lock();
+        store_.uploads.configure(options.uploadLifetimeSeconds, options.uploadReserveBytes);
+        if (!store_.expireUploads()) return false;
         names = store_.hostNames();
         globalHost = store_.globalHost();
     }

@@ -37,7 +37,8 @@ CREATE TABLE IF NOT EXISTS departures (shareId TEXT, internalName TEXT, tick INT
 CREATE INDEX IF NOT EXISTS departures_tick ON departures (shareId, tick);
 CREATE TABLE IF NOT EXISTS uploads (uploadName TEXT PRIMARY KEY, token TEXT, shareId TEXT,
   internalName TEXT, eventType INTEGER, fields TEXT, expected INTEGER, position INTEGER,
-  blobId TEXT, user TEXT, deviceId TEXT, transmitId TEXT, created REAL);
+  blobId TEXT, user TEXT, deviceId TEXT, transmitId TEXT, created REAL,
+  reserved INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE IF NOT EXISTS events (seq INTEGER PRIMARY KEY AUTOINCREMENT, domainId TEXT,
   messageType INTEGER, sender TEXT, message TEXT, time REAL);
 CREATE INDEX IF NOT EXISTS events_domain ON events (domainId, seq);
@@ -51,11 +52,21 @@ CREATE TABLE IF NOT EXISTS publiclinks (linkId TEXT PRIMARY KEY, shareId TEXT,
 
 bool VHEmulatorDatabase::open(const std::string& path) {
     auto guard = lock();
-    if (!sql_.open(path) || !sql_.execScript(kSchema)) {
+    if (!sql_.open(path) || !sql_.execScript(kSchema) || !upgrade()) {
         VHEmulatorLog("cannot open the state database " + path + ": " + sql_.lastError());
         return false;
     }
     return true;
+}
+
+bool VHEmulatorDatabase::upgrade() {
+    bool hasReserved = false;
+    query("PRAGMA table_info(uploads)", {},
+          [&](const Row& row) { hasReserved |= row.columnText(1) == "reserved"; });
+    if (hasReserved) return true;
+    // Uploads of an older state had their whole size allocated.
+    return run("ALTER TABLE uploads ADD COLUMN reserved INTEGER NOT NULL DEFAULT 0") &&
+           run("UPDATE uploads SET reserved = expected");
 }
 
 bool VHEmulatorDatabase::run(const std::string& sql, const std::vector<VHEmulatorValue>& values) {

@@ -46,6 +46,9 @@ class VHEmulatorDatabase {
     bool setMeta(const std::string& key, const std::string& value);
 
   private:
+    // Brings the tables of an older state folder up to date.
+    bool upgrade();
+
     std::mutex mutex_;
     VHEmulatorSqlite sql_;        // guarded by mutex_
     bool inTransaction_ = false;  // guarded by mutex_

@@ -34,6 +34,11 @@ inline constexpr int kReadTimeoutSeconds = 120;
 // and (later) held realtime polls.
 inline constexpr size_t kServerThreads = 64;
 
+// How long an upload may take from its event to its last chunk, and how
+// many bytes the blobs of all uploads in progress may hold reserved.
+inline constexpr double kDefaultUploadLifetimeSeconds = 86400;
+inline constexpr uint64_t kDefaultUploadReserveBytes = uint64_t(4) << 30;
+
 // Largest page one catch-up request may ask for.
 inline constexpr int64_t kMaxTickTake = 100000;
 

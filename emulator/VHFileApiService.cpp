@@ -19,7 +19,7 @@ void VHFileApiService::handle(VHEmulatorExchange& exchange) {
     auto event = VHReadJournalEvent(*body, exchange.request.method,
                                     exchange.params.size() > 1 ? exchange.params[1] : "");
     if (!event) return exchange.replyFailure(event.failure());
-    auto guard = store_.db.lock();
+    std::unique_lock guard = store_.db.lock();
     auto access = VHAuthorizeShare(store_, exchange, exchange.params[0], true);
     if (!access) return exchange.replyFailure(access.failure());
     event->origin.user = access->user.email;
@@ -33,9 +33,9 @@ void VHFileApiService::handle(VHEmulatorExchange& exchange) {
                     return journal.createFolder(view, event->fields, event->origin);
                 }));
             }
-            return writeContent(exchange, view, access->domain, *event);
+            return writeContent(exchange, guard, view, access->domain, *event);
         case kEventUpdate:
-            return writeContent(exchange, view, access->domain, *event);
+            return writeContent(exchange, guard, view, access->domain, *event);
         case kEventMove:
             return answer(exchange, *event, store_.atomically([&] {
                 return journal.move(view, id, event->fields.parentId, event->fields.name,
@@ -52,7 +52,8 @@ void VHFileApiService::handle(VHEmulatorExchange& exchange) {
     }
 }
 
-void VHFileApiService::writeContent(VHEmulatorExchange& exchange, const VHShareView& view,
+void VHFileApiService::writeContent(VHEmulatorExchange& exchange,
+                                    std::unique_lock<std::mutex>& guard, const VHShareView& view,
                                     const VHEmulatorDomain& domain,
                                     const VHJournalEventRequest& event) {
     bool mustExist = event.type == kEventUpdate;
@@ -64,17 +65,27 @@ void VHFileApiService::writeContent(VHEmulatorExchange& exchange, const VHShareV
     }
     auto plan = store_.journal.planWrite(view, event.fields, event.origin, mustExist);
     if (!plan) return exchange.replyFailure(plan.failure());
-    beginUpload(exchange, view, domain, event, *plan);
+    beginUpload(exchange, guard, view, domain, event, *plan);
 }
 
-void VHFileApiService::beginUpload(VHEmulatorExchange& exchange, const VHShareView& view,
+void VHFileApiService::beginUpload(VHEmulatorExchange& exchange,
+                                   std::unique_lock<std::mutex>& guard, const VHShareView& view,
                                    const VHEmulatorDomain& domain,
                                    const VHJournalEventRequest& event, const VHPlannedWrite& plan) {
     VHItemFields fields = event.fields;
     fields.internalName = plan.item.internalName;
-    auto upload =
-        store_.uploads.begin(view.share.shareId, fields, event.size, event.type, event.origin);
+    auto upload = store_.atomically([&] {
+        return store_.uploads.begin(view.share.shareId, fields, event.size, event.type,
+                                    event.origin);
+    });
     if (!upload) return exchange.replyFailure(upload.failure());
+    guard.unlock();
+    // Allocating a large blob takes a while: never under the lock.
+    if (upload->reserved > 0 && !store_.blobs.reserve(upload->blobId, upload->reserved)) {
+        guard.lock();
+        store_.abandonUpload(upload->uploadName);
+        return exchange.replyFailure(VHFail(507, kCodeBadRequest, "No room for the content"));
+    }
     std::string url = "https://" + std::string(kFilecachePrefix) + domain.url + "/api/uploads/" +
                       upload->uploadName + "?token=" + upload->token;
     VHEmulatorItem pending = plan.item;

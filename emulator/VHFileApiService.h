@@ -16,11 +16,13 @@ class VHFileApiService {
 
   private:
     void handle(VHEmulatorExchange& exchange);
-    void writeContent(VHEmulatorExchange& exchange, const VHShareView& view,
-                      const VHEmulatorDomain& domain, const VHJournalEventRequest& event);
-    void beginUpload(VHEmulatorExchange& exchange, const VHShareView& view,
-                     const VHEmulatorDomain& domain, const VHJournalEventRequest& event,
-                     const VHPlannedWrite& plan);
+    // Both may give up `guard` (the database lock) while a blob is allocated.
+    void writeContent(VHEmulatorExchange& exchange, std::unique_lock<std::mutex>& guard,
+                      const VHShareView& view, const VHEmulatorDomain& domain,
+                      const VHJournalEventRequest& event);
+    void beginUpload(VHEmulatorExchange& exchange, std::unique_lock<std::mutex>& guard,
+                     const VHShareView& view, const VHEmulatorDomain& domain,
+                     const VHJournalEventRequest& event, const VHPlannedWrite& plan);
     void answer(VHEmulatorExchange& exchange, const VHJournalEventRequest& event,
                 const VHEmulatorResult<VHEmulatorItem>& result);
 

@@ -111,6 +111,7 @@ VHEmulatorResult<VHEmulatorUpload> VHTransferService::claimChunk(
     std::shared_ptr<VHUploadDigest>& digest) {
     auto guard = store_.db.lock();
     auto upload = store_.uploads.find(uploadName);
+    if (!upload) store_.expireUploads();
     if (!upload || token != upload->token) {
         return VHFail(404, kCodeUploadUnknown, "No upload " + uploadName);
     }
@@ -158,9 +159,13 @@ void VHTransferService::finishUpload(VHEmulatorExchange& exchange, const VHEmula
     // The claim holds until the upload is finished or abandoned: a repeated
     // last chunk must not finish it twice.
     auto guard = store_.db.lock();
+    if (!store_.uploads.find(upload.uploadName)) {
+        store_.uploads.release(upload.uploadName);
+        return exchange.replyFailure(VHFail(404, kCodeUploadUnknown, "The upload is gone"));
+    }
     auto view = store_.accounts.view(upload.shareId);
     if (!hash || !view) {
-        abandon(upload.uploadName);
+        store_.abandonUpload(upload.uploadName);
         return exchange.replyFailure(VHFail(404, kCodeItemUnknown, "The share is gone"));
     }
     VHContentVersion content{upload.blobId, upload.expected, *hash, upload.uploadName};
@@ -171,20 +176,13 @@ void VHTransferService::finishUpload(VHEmulatorExchange& exchange, const VHEmula
         return stored;
     });
     if (!item) {
-        abandon(upload.uploadName);
+        store_.abandonUpload(upload.uploadName);
         return exchange.replyFailure(item.failure());
     }
     VHJson data = positionData(upload.expected, upload.expected, url);
     data["ClientJournalEvent"] =
         VHJournalEventRecord(*item, upload.eventType, upload.origin, item->tick);
     exchange.reply(200, VHApiResponse(kCodeOk, "Upload complete", std::move(data)));
-}
-
-void VHTransferService::abandon(const std::string& uploadName) {
-    if (store_.db.transaction([&] { return store_.uploads.abandon(uploadName); })) {
-        store_.blobs.removeDiscarded();
-    }
-    store_.blobs.keepDiscarded();
 }
 
 }  // namespace vh::emulator

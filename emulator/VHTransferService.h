@@ -34,7 +34,6 @@ class VHTransferService {
                                                   const std::string& token, const Chunk& chunk,
                                                   uint64_t& position,
                                                   std::shared_ptr<VHUploadDigest>& digest);
-    void abandon(const std::string& uploadName);
     bool receiveChunk(VHEmulatorExchange& exchange, const VHEmulatorUpload& upload,
                       const Chunk& chunk, VHUploadDigest* digest);
     void finishUpload(VHEmulatorExchange& exchange, const VHEmulatorUpload& upload,

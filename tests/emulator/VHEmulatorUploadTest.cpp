@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -190,6 +191,75 @@ TEST_F(EmulatorUploads, PutsOfOneChunkAreTakenOneAtATime) {
     EXPECT_EQ(taken, 1);
     EXPECT_EQ(put(url, data.substr(chunk), chunk, data.size()).status, 200);
     EXPECT_EQ(emulator.fileBytes("team", "/two-chunks.bin"), data);
+}
+
+TEST_F(EmulatorUploads, UploadsStartedAgainOrFinishedGiveBackTheirSpace) {
+    const size_t size = 1 << 20;
+    std::string id = VHTestInternalName();
+    std::string first = uploadUrl("again.bin", size, id);
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(uploads()["reservedBytes"], size);
+    // After a refused chunk the client starts over with a new event.
+    std::string second = uploadUrl("again.bin", size, id);
+    ASSERT_FALSE(second.empty());
+    VHEmulatorReply stale = put(first, std::string(10, 'x'), 0, size);
+    EXPECT_EQ(stale.status, 404);
+    EXPECT_EQ(stale.json()["Code"], 5);
+    EXPECT_EQ(uploads()["inProgress"], 1);
+    EXPECT_EQ(uploads()["reservedBytes"], size);
+    // Another device's upload of the same file is left alone.
+    json other = {{"InternalName", id},
+                  {"ParrentId", "team"},
+                  {"PublicName", "again.bin"},
+                  {"IsFile", true},
+                  {"EndOfFile", size}};
+    json event = VHJournalEvent(0, other);
+    event["DeviceId"] = "other-device";
+    VHEmulatorReply parallel = emulator.request("POST", kFilecache1, "/api/shares/team/files",
+                                                VHAuthorization(alice.domainToken), event.dump());
+    ASSERT_EQ(parallel.status, 201);
+    EXPECT_EQ(uploads()["inProgress"], 2);
+
+    std::string data = VHTestBytes(size);
+    EXPECT_EQ(put(second, data, 0, size).status, 200);
+    EXPECT_EQ(emulator.fileBytes("team", "/again.bin"), data);
+    EXPECT_EQ(uploads()["inProgress"], 1);
+    EXPECT_EQ(uploads()["reservedBytes"], size);
+}
+
+TEST_F(EmulatorUploads, ReservedSpaceIsBoundedAndUploadsStillComplete) {
+    start({"--upload-reserve", "1500000"});
+    const size_t size = 1 << 20;
+    std::string first = uploadUrl("first.bin", size);
+    std::string second = uploadUrl("second.bin", size);
+    ASSERT_FALSE(first.empty());
+    ASSERT_FALSE(second.empty());
+    EXPECT_EQ(uploads()["inProgress"], 2);
+    EXPECT_EQ(uploads()["reservedBytes"], size);
+    std::string one = VHTestBytes(size, 1), two = VHTestBytes(size, 2);
+    EXPECT_EQ(put(second, two, 0, size).status, 200);
+    EXPECT_EQ(put(first, one, 0, size).status, 200);
+    EXPECT_EQ(emulator.fileBytes("team", "/first.bin"), one);
+    EXPECT_EQ(emulator.fileBytes("team", "/second.bin"), two);
+    EXPECT_EQ(uploads()["reservedBytes"], 0);
+}
+
+TEST_F(EmulatorUploads, ExpiredUploadsAreGoneWithTheirSpace) {
+    start({"--upload-ttl", "0"});
+    auto blobs = [&] {
+        auto entries = std::filesystem::directory_iterator(emulator.stateDir() + "/blobs");
+        return std::distance(begin(entries), end(entries));
+    };
+    auto before = blobs();
+    std::string url = uploadUrl("late.bin", 1 << 20);
+    ASSERT_FALSE(url.empty());
+    VHEmulatorReply late = put(url, std::string(10, 'x'), 0, 1 << 20);
+    EXPECT_EQ(late.status, 404);
+    EXPECT_EQ(late.json()["Code"], 5);
+    EXPECT_EQ(uploads()["inProgress"], 0);
+    EXPECT_EQ(uploads()["reservedBytes"], 0);
+    EXPECT_EQ(blobs(), before);
+    EXPECT_TRUE(VHInternalName(emulator, "team", "/late.bin").empty());
 }
 
 }  // namespace

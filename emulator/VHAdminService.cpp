@@ -1,6 +1,7 @@
 #include "VHAdminService.h"
 
 #include "VHEmulatorActions.h"
+#include "VHEmulatorDates.h"
 #include "VHEmulatorProvisioning.h"
 #include "VHEmulatorRecords.h"
 
@@ -78,10 +79,15 @@ void VHAdminService::state(VHEmulatorExchange& exchange) {
         users.push_back({{"email", user.email}, {"userId", user.userId}, {"name", user.name}});
     }
     for (const auto& share : store_.accounts.shares()) shares.push_back(describeShare(share));
+    VHJson uploads = {{"inProgress", store_.uploads.count()},
+                      {"reservedBytes", store_.uploads.reservedBytes()},
+                      {"receiving", store_.uploads.receiving()},
+                      {"waiting", store_.uploads.waiting()}};
     exchange.reply(200, {{"globalHost", store_.globalHost()},
                          {"domains", std::move(domains)},
                          {"users", std::move(users)},
-                         {"shares", std::move(shares)}});
+                         {"shares", std::move(shares)},
+                         {"uploads", std::move(uploads)}});
 }
 
 void VHAdminService::addDomain(VHEmulatorExchange& exchange) {
@@ -131,7 +137,7 @@ void VHAdminService::listEvents(VHEmulatorExchange& exchange) {
                         {"messageType", event.messageType},
                         {"sender", event.sender},
                         {"message", event.message},
-                        {"time", VHJsonDate(event.time)}});
+                        {"time", VHServiceDateText(event.time)}});
     }
     exchange.reply(200, list);
 }
@@ -231,7 +237,9 @@ void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
         std::vector<std::string> doomed = store_.accounts.subfolderShares(shareId);
         doomed.push_back(shareId);
         for (const std::string& id : doomed) {
-            if (!store_.accounts.removeShare(id)) return VHFail(500, kCodeBadRequest, "");
+            if (!store_.accounts.removeShare(id) || !store_.journal.forgetDepartures(id)) {
+                return VHFail(500, kCodeBadRequest, store_.db.lastError());
+            }
         }
         if (!share->isSubfolder() && !store_.journal.purge(shareId)) {
             return VHFail(500, kCodeBadRequest, store_.db.lastError());

@@ -3,7 +3,7 @@
 #include <charconv>
 
 #include "VHEmulatorRecords.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -25,7 +25,7 @@ void VHCatchUpService::registerRoutes(VHEmulatorServer& server) {
 
 void VHCatchUpService::catchUp(VHEmulatorExchange& exchange) {
     std::string shareId = exchange.header("share");
-    std::string token = VHRemovePercentEscapes(exchange.header("token"));
+    std::string token = VHPercentDecoded(exchange.header("token"));
     auto tickFrom = number(exchange.header("tickfrom"));
     auto take = exchange.header("ticktake").empty() ? std::optional<int64_t>(10000)
                                                     : number(exchange.header("ticktake"));

@@ -4,13 +4,13 @@
 
 #include <memory>
 
-#include "lib/VHCrypto.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
 std::optional<std::string> VHDecryptDirectLink(std::string_view base64, std::string_view key,
                                                std::string_view iv) {
-    auto cipher = VHBase64Decode(base64);
+    auto cipher = VHBase64Decoded(base64);
     if (!cipher || cipher->empty() || cipher->size() % 16 != 0 || key.size() != 32 ||
         iv.size() != 16) {
         return std::nullopt;

@@ -8,11 +8,11 @@
 #include "VHAdminService.h"
 #include "VHCatchUpService.h"
 #include "VHEmulatorSeed.h"
+#include "VHEmulatorText.h"
 #include "VHFileApiService.h"
 #include "VHLinkService.h"
 #include "VHLoginService.h"
 #include "VHTransferService.h"
-#include "lib/VHLog.h"
 
 namespace vh::emulator {
 
@@ -50,12 +50,12 @@ bool VHEmulator::seed(const std::string& seedFile) {
     }
     auto document = seedFile.empty() ? std::optional(VHDemoSeed()) : readJsonFile(seedFile);
     if (!document) {
-        VHConsoleLog("varnholt-emulator: cannot read the seed file %@", seedFile);
+        VHEmulatorLog("cannot read the seed file " + seedFile);
         return false;
     }
     std::string error;
     if (!VHLoadSeed(store_, *document, error)) {
-        VHConsoleLog("varnholt-emulator: the seed was refused: %@", error);
+        VHEmulatorLog("the seed was refused: " + error);
         return false;
     }
     return true;
@@ -86,6 +86,8 @@ bool VHEmulator::start(const Options& options) {
     std::string globalHost;
     {
         auto guard = store_.db.lock();
+        store_.uploads.configure(options.uploadLifetimeSeconds, options.uploadReserveBytes);
+        if (!store_.expireUploads()) return false;
         names = store_.hostNames();
         globalHost = store_.globalHost();
     }
@@ -94,7 +96,8 @@ bool VHEmulator::start(const Options& options) {
     registerServices();
     port_ = server_->bind(options.listenHost, options.port);
     if (port_ <= 0) {
-        VHConsoleLog("varnholt-emulator: cannot listen on %@:%d", options.listenHost, options.port);
+        VHEmulatorLog("cannot listen on " + options.listenHost + ":" +
+                      std::to_string(options.port));
         return false;
     }
     thread_ = std::thread([this] { server_->run(); });

@@ -23,6 +23,8 @@ class VHEmulator {
         int port = 0;
         std::string stateDir;  // must exist
         std::string seedFile;  // empty: the built-in demo account
+        double uploadLifetimeSeconds = kDefaultUploadLifetimeSeconds;
+        uint64_t uploadReserveBytes = kDefaultUploadReserveBytes;
     };
 
     VHEmulator();

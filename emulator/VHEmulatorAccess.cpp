@@ -1,6 +1,6 @@
 #include "VHEmulatorAccess.h"
 
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -8,7 +8,7 @@ VHEmulatorResult<VHDomainUser> VHAuthorizeDomainUser(VHEmulatorStore& store,
                                                      const VHEmulatorExchange& exchange) {
     static const std::string scheme = "DomainToken ";
     std::string authorization = exchange.header("Authorization");
-    if (!VHStartsWith(authorization, scheme)) {
+    if (!VHHasPrefix(authorization, scheme)) {
         return VHFail(401, kCodeAccessDenied, "A DomainToken is needed");
     }
     auto domain = store.accounts.domainByUrl(exchange.domainUrl);

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorDefaults.h"
 #include "VHEmulatorIds.h"
-#include "lib/VHDate.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -107,7 +107,7 @@ std::optional<VHEmulatorDomain> VHEmulatorAccounts::domainById(const std::string
 
 VHEmulatorResult<VHEmulatorDomain> VHEmulatorAccounts::addDomain(const std::string& url,
                                                                  const std::string& name) {
-    std::string host = VHLowercase(url);
+    std::string host = VHAsciiLowercase(url);
     if (!isHostName(host)) return VHFail(400, kCodeBadRequest, "Not a host name: " + url);
     if (domainByUrl(host)) return VHFail(409, kCodeNameExists, "Domain exists: " + host);
     VHEmulatorDomain domain{VHNewInternalName(), host, name.empty() ? host : name,
@@ -144,7 +144,7 @@ VHEmulatorResult<VHEmulatorUser> VHEmulatorAccounts::addUser(
     if (user.companyId.empty()) user.companyId = VHNewInternalName();
     if (user.name.empty()) user.name = user.email;
     user.primaryDomainId = primary->domainId;
-    user.createTime = VHDate::now().seconds;
+    user.createTime = VHNowSeconds();
     bool stored = db_.run(
         "INSERT INTO users (userId, email, password, name, companyId, primaryDomainId, "
         "requireKnownDevices, createTime, lastLoginTime) VALUES (?, ?, ?, ?, ?, ?, ?, ?, 0)",
@@ -173,7 +173,7 @@ bool VHEmulatorAccounts::removeUser(const std::string& email) {
 }
 
 void VHEmulatorAccounts::recordLogin(const std::string& email) {
-    db_.run("UPDATE users SET lastLoginTime = ? WHERE email = ?", {VHDate::now().seconds, email});
+    db_.run("UPDATE users SET lastLoginTime = ? WHERE email = ?", {VHNowSeconds(), email});
 }
 
 bool VHEmulatorAccounts::addMembership(const std::string& email, const std::string& domainId) {
@@ -223,7 +223,7 @@ bool VHEmulatorAccounts::setDevice(const std::string& email, const std::string& 
 }
 
 std::vector<VHEmulatorShare> VHEmulatorAccounts::selectShares(
-    const std::string& where, const std::vector<VHSqlValue>& values) {
+    const std::string& where, const std::vector<VHEmulatorValue>& values) {
     std::vector<VHEmulatorShare> result;
     db_.query(select(kShareColumns, "shares", where), values,
               [&](const Row& row) { result.push_back(shareFromRow(row)); });
@@ -255,7 +255,7 @@ VHEmulatorResult<VHEmulatorShare> VHEmulatorAccounts::addShare(VHEmulatorShare s
     }
     if (share.companyId.empty()) share.companyId = owner->companyId;
     if (share.vshareId.empty()) share.vshareId = VHNewInternalName();
-    share.createTime = share.modifyTime = VHDate::now().seconds;
+    share.createTime = share.modifyTime = VHNowSeconds();
     bool stored = db_.run(
         "INSERT INTO shares (shareId, domainId, name, companyId, vshareId, ownerEmail, "
         "parentShareId, rootFolder, tick, createTime, modifyTime) "
@@ -295,15 +295,15 @@ std::optional<VHShareView> VHEmulatorAccounts::view(const std::string& shareId) 
 
 std::optional<int64_t> VHEmulatorAccounts::nextTick(const std::string& storeShareId) {
     if (!db_.run("UPDATE shares SET tick = tick + 1, modifyTime = ? WHERE shareId = ?",
-                 {VHDate::now().seconds, storeShareId}) ||
+                 {VHNowSeconds(), storeShareId}) ||
         db_.changes() != 1) {
         return std::nullopt;
     }
     return db_.integer("SELECT tick FROM shares WHERE shareId = ?", {storeShareId});
 }
 
-std::vector<VHEmulatorAcl> VHEmulatorAccounts::selectAcls(const std::string& where,
-                                                          const std::vector<VHSqlValue>& values) {
+std::vector<VHEmulatorAcl> VHEmulatorAccounts::selectAcls(
+    const std::string& where, const std::vector<VHEmulatorValue>& values) {
     std::vector<VHEmulatorAcl> result;
     db_.query(select(kAclColumns, "acls", where), values,
               [&](const Row& row) { result.push_back(aclFromRow(row)); });

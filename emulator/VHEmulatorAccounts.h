@@ -68,9 +68,9 @@ class VHEmulatorAccounts {
   private:
     bool addMembership(const std::string& email, const std::string& domainId);
     std::vector<VHEmulatorShare> selectShares(const std::string& where,
-                                              const std::vector<VHSqlValue>& values);
+                                              const std::vector<VHEmulatorValue>& values);
     std::vector<VHEmulatorAcl> selectAcls(const std::string& where,
-                                          const std::vector<VHSqlValue>& values);
+                                          const std::vector<VHEmulatorValue>& values);
     VHEmulatorDatabase& db_;
 };
 

@@ -5,8 +5,7 @@
 
 #include <algorithm>
 
-#include "lib/VHCrypto.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -17,11 +16,7 @@ using VHJson = nlohmann::json;
 constexpr size_t kPatternBlock = 1u << 20;
 
 std::vector<std::string> components(const std::string& path) {
-    std::vector<std::string> parts;
-    for (std::string& part : VHSplit(path, '/')) {
-        if (!part.empty()) parts.push_back(std::move(part));
-    }
-    return parts;
+    return VHPathComponents(path);
 }
 
 std::string text(const VHJson& object, const char* key) {
@@ -90,7 +85,7 @@ VHEmulatorResult<VHContentVersion> VHEmulatorActions::writeContent(const VHJson&
     std::optional<std::string> bytes;
     uint64_t patternSize = 0;
     if (action.contains("text")) bytes = text(action, "text");
-    if (action.contains("base64")) bytes = VHBase64Decode(text(action, "base64"));
+    if (action.contains("base64")) bytes = VHBase64Decoded(text(action, "base64"));
     if (action.contains("size")) {
         if (!action["size"].is_number_unsigned()) return VHFail(400, kCodeBadRequest, "Bad size");
         patternSize = action["size"].get<uint64_t>();

@@ -95,12 +95,19 @@ void VHEmulatorBlobs::discardAfterCommit(const std::string& blobId) {
     if (!blobId.empty()) discarded_.push_back(blobId);
 }
 
-void VHEmulatorBlobs::removeDiscarded() {
-    for (const std::string& id : discarded_) remove(id);
-    discarded_.clear();
+void VHEmulatorBlobs::discardAfterRollback(const std::string& blobId) {
+    if (!blobId.empty()) made_.push_back(blobId);
 }
 
-void VHEmulatorBlobs::keepDiscarded() {
+void VHEmulatorBlobs::committed() {
+    for (const std::string& id : discarded_) remove(id);
+    discarded_.clear();
+    made_.clear();
+}
+
+void VHEmulatorBlobs::rolledBack() {
+    for (const std::string& id : made_) remove(id);
+    made_.clear();
     discarded_.clear();
 }
 

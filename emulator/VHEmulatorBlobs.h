@@ -36,15 +36,18 @@ class VHEmulatorBlobs {
     bool reserve(std::string_view blobId, uint64_t size);
     void remove(std::string_view blobId);
 
-    // Removal that waits for the transaction: applied by removeDiscarded(),
-    // forgotten by keepDiscarded(). Both require the database lock.
+    // Removals that wait for the end of the transaction: a blob given up
+    // goes when it commits, a blob made for it when it rolls back. The four
+    // require the database lock.
     void discardAfterCommit(const std::string& blobId);
-    void removeDiscarded();
-    void keepDiscarded();
+    void discardAfterRollback(const std::string& blobId);
+    void committed();
+    void rolledBack();
 
   private:
     std::string folder_;
     std::vector<std::string> discarded_;  // guarded by the database lock
+    std::vector<std::string> made_;       // guarded by the database lock
 };
 
 // Writes a stream of bytes into a blob from a given offset, in large

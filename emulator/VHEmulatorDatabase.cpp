@@ -1,6 +1,6 @@
 #include "VHEmulatorDatabase.h"
 
-#include "lib/VHLog.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -32,9 +32,13 @@ CREATE TABLE IF NOT EXISTS items (internalName TEXT PRIMARY KEY, shareId TEXT, p
 CREATE INDEX IF NOT EXISTS items_share_tick ON items (shareId, tick);
 CREATE INDEX IF NOT EXISTS items_parent_name ON items (parentId, name);
 CREATE INDEX IF NOT EXISTS items_upload ON items (uploadName);
+CREATE TABLE IF NOT EXISTS departures (shareId TEXT, internalName TEXT, tick INTEGER,
+  PRIMARY KEY (shareId, internalName));
+CREATE INDEX IF NOT EXISTS departures_tick ON departures (shareId, tick);
 CREATE TABLE IF NOT EXISTS uploads (uploadName TEXT PRIMARY KEY, token TEXT, shareId TEXT,
   internalName TEXT, eventType INTEGER, fields TEXT, expected INTEGER, position INTEGER,
-  blobId TEXT, user TEXT, deviceId TEXT, transmitId TEXT, created REAL);
+  blobId TEXT, user TEXT, deviceId TEXT, transmitId TEXT, created REAL,
+  reserved INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE IF NOT EXISTS events (seq INTEGER PRIMARY KEY AUTOINCREMENT, domainId TEXT,
   messageType INTEGER, sender TEXT, message TEXT, time REAL);
 CREATE INDEX IF NOT EXISTS events_domain ON events (domainId, seq);
@@ -48,35 +52,38 @@ CREATE TABLE IF NOT EXISTS publiclinks (linkId TEXT PRIMARY KEY, shareId TEXT,
 
 bool VHEmulatorDatabase::open(const std::string& path) {
     auto guard = lock();
-    if (!sql_.open(path, VHSqlite::Mode::ReadWriteCreate) || !sql_.execScript(kSchema)) {
-        VHConsoleLog("varnholt-emulator: cannot open the state database %@: %@", path,
-                     sql_.lastError());
+    if (!sql_.open(path) || !sql_.execScript(kSchema) || !upgrade()) {
+        VHEmulatorLog("cannot open the state database " + path + ": " + sql_.lastError());
         return false;
     }
     return true;
 }
 
-bool VHEmulatorDatabase::run(const std::string& sql, const std::vector<VHSqlValue>& values) {
-    if (sql_.run(sql, values)) return true;
-    VHConsoleLog("varnholt-emulator: statement failed: %@ (%@)", sql, sql_.lastError());
+bool VHEmulatorDatabase::upgrade() {
+    bool hasReserved = false;
+    query("PRAGMA table_info(uploads)", {},
+          [&](const Row& row) { hasReserved |= row.columnText(1) == "reserved"; });
+    if (hasReserved) return true;
+    // Uploads of an older state had their whole size allocated.
+    return run("ALTER TABLE uploads ADD COLUMN reserved INTEGER NOT NULL DEFAULT 0") &&
+           run("UPDATE uploads SET reserved = expected");
+}
+
+bool VHEmulatorDatabase::run(const std::string& sql, const std::vector<VHEmulatorValue>& values) {
+    if (sql_.query(sql, values, [](const Row&) {})) return true;
+    VHEmulatorLog("statement failed: " + sql + " (" + sql_.lastError() + ")");
     return false;
 }
 
-bool VHEmulatorDatabase::query(const std::string& sql, const std::vector<VHSqlValue>& values,
+bool VHEmulatorDatabase::query(const std::string& sql, const std::vector<VHEmulatorValue>& values,
                                const std::function<void(const Row&)>& row) {
-    VHSqliteStatement* statement = sql_.prepare(sql, values);
-    if (!statement) {
-        VHConsoleLog("varnholt-emulator: query failed: %@ (%@)", sql, sql_.lastError());
-        return false;
-    }
-    VHSqliteStatement::Step step;
-    while ((step = statement->step()) == VHSqliteStatement::Step::Row) row(*statement);
-    statement->reset();
-    return step == VHSqliteStatement::Step::Done;
+    if (sql_.query(sql, values, row)) return true;
+    VHEmulatorLog("query failed: " + sql + " (" + sql_.lastError() + ")");
+    return false;
 }
 
 std::optional<int64_t> VHEmulatorDatabase::integer(const std::string& sql,
-                                                   const std::vector<VHSqlValue>& values) {
+                                                   const std::vector<VHEmulatorValue>& values) {
     std::optional<int64_t> result;
     query(sql, values, [&](const Row& row) {
         if (!result && !row.columnIsNull(0)) result = row.columnInt64(0);
@@ -85,7 +92,7 @@ std::optional<int64_t> VHEmulatorDatabase::integer(const std::string& sql,
 }
 
 std::optional<std::string> VHEmulatorDatabase::text(const std::string& sql,
-                                                    const std::vector<VHSqlValue>& values) {
+                                                    const std::vector<VHEmulatorValue>& values) {
     std::optional<std::string> result;
     query(sql, values, [&](const Row& row) {
         if (!result && !row.columnIsNull(0)) result = row.columnText(0);

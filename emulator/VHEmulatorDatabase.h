@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "lib/VHSqlite.h"
+#include "VHEmulatorSqlite.h"
 
 namespace vh::emulator {
 
 class VHEmulatorDatabase {
   public:
-    using Row = VHSqliteStatement;
+    using Row = VHEmulatorRow;
 
     // Opens or creates the database file and its tables; false on failure.
     bool open(const std::string& path);
@@ -27,14 +27,14 @@ class VHEmulatorDatabase {
     std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(mutex_); }
 
     // The rest require lock().
-    bool run(const std::string& sql, const std::vector<VHSqlValue>& values = {});
+    bool run(const std::string& sql, const std::vector<VHEmulatorValue>& values = {});
     // Calls `row` for each result row; false on an SQL error.
-    bool query(const std::string& sql, const std::vector<VHSqlValue>& values,
+    bool query(const std::string& sql, const std::vector<VHEmulatorValue>& values,
                const std::function<void(const Row&)>& row);
     std::optional<int64_t> integer(const std::string& sql,
-                                   const std::vector<VHSqlValue>& values = {});
+                                   const std::vector<VHEmulatorValue>& values = {});
     std::optional<std::string> text(const std::string& sql,
-                                    const std::vector<VHSqlValue>& values = {});
+                                    const std::vector<VHEmulatorValue>& values = {});
     int64_t changes() const { return sql_.changes(); }
     std::string lastError() const { return sql_.lastError(); }
 
@@ -46,8 +46,11 @@ class VHEmulatorDatabase {
     bool setMeta(const std::string& key, const std::string& value);
 
   private:
+    // Brings the tables of an older state folder up to date.
+    bool upgrade();
+
     std::mutex mutex_;
-    VHSqlite sql_;                // guarded by mutex_
+    VHEmulatorSqlite sql_;        // guarded by mutex_
     bool inTransaction_ = false;  // guarded by mutex_
 };
 

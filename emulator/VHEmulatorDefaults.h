@@ -26,9 +26,18 @@ inline constexpr std::string_view kWebclientPrefix = "webclient.";
 // Every admin path starts with this.
 inline constexpr std::string_view kAdminPrefix = "/_emulator/";
 
+// How long the server waits for the next bytes of a request; also how long
+// a chunk waits for another chunk of its upload to finish.
+inline constexpr int kReadTimeoutSeconds = 120;
+
 // Service threads: 16 streaming clients plus logins, catch-ups, admin calls
 // and (later) held realtime polls.
 inline constexpr size_t kServerThreads = 64;
+
+// How long an upload may take from its event to its last chunk, and how
+// many bytes the blobs of all uploads in progress may hold reserved.
+inline constexpr double kDefaultUploadLifetimeSeconds = 86400;
+inline constexpr uint64_t kDefaultUploadReserveBytes = uint64_t(4) << 30;
 
 // Largest page one catch-up request may ask for.
 inline constexpr int64_t kMaxTickTake = 100000;

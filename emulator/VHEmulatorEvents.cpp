@@ -1,7 +1,7 @@
 #include "VHEmulatorEvents.h"
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorDefaults.h"
-#include "lib/VHDate.h"
 
 namespace vh::emulator {
 
@@ -9,7 +9,7 @@ bool VHEmulatorEvents::record(const std::string& domainId, int messageType,
                               const std::string& sender, const VHJson& message) {
     if (!db_.run("INSERT INTO events (domainId, messageType, sender, message, time) "
                  "VALUES (?, ?, ?, ?, ?)",
-                 {domainId, int64_t(messageType), sender, message.dump(), VHDate::now().seconds})) {
+                 {domainId, int64_t(messageType), sender, message.dump(), VHNowSeconds()})) {
         return false;
     }
     auto seq = db_.integer("SELECT last_insert_rowid()");

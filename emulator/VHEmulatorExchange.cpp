@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "VHEmulatorRecords.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -14,16 +14,24 @@ namespace {
 
 constexpr size_t kReadBlock = 256u * 1024;
 
+bool announcesBody(const httplib::Request& request) {
+    if (request.has_header("Content-Length")) return true;
+    std::string coding = VHAsciiLowercase(request.get_header_value("Transfer-Encoding"));
+    return coding.find("chunked") != std::string::npos;
+}
+
 }  // namespace
 
 VHEmulatorExchange::VHEmulatorExchange(const httplib::Request& request, httplib::Response& response,
                                        const httplib::ContentReader* reader)
     : request(request), response(response), reader_(reader) {
-    host = VHLowercase(request.get_header_value("Host"));
+    host = VHAsciiLowercase(request.get_header_value("Host"));
     if (auto colon = host.rfind(':'); colon != std::string::npos && host.find(']') == host.npos) {
         host.resize(colon);
     }
-    if (!reader_) bodyTaken_ = true;
+    // Without a length the library would read until the client closes.
+    announcesBody_ = reader_ && announcesBody(request);
+    if (!announcesBody_) bodyTaken_ = true;
 }
 
 std::string VHEmulatorExchange::header(const std::string& name) const {
@@ -35,6 +43,7 @@ std::string VHEmulatorExchange::query(const std::string& name) const {
 }
 
 bool VHEmulatorExchange::streamBody(const std::function<bool(const char*, size_t)>& sink) {
+    if (reader_ && !announcesBody_) return true;
     if (bodyTaken_) return false;
     bodyTaken_ = true;
     return (*reader_)([&](const char* data, size_t length) {
@@ -44,7 +53,7 @@ bool VHEmulatorExchange::streamBody(const std::function<bool(const char*, size_t
 }
 
 std::optional<std::string> VHEmulatorExchange::body(size_t limit) {
-    if (!reader_) return request.body;
+    if (!announcesBody_) return request.body;
     std::string text;
     bool complete = streamBody([&](const char* data, size_t length) {
         if (text.size() + length > limit) return false;

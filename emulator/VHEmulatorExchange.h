@@ -21,7 +21,9 @@ namespace vh::emulator {
 
 class VHEmulatorExchange {
   public:
-    // `reader` is null for requests without a body (GET).
+    // `reader` is null for requests whose body the server does not read
+    // (GET). A request that announces no body (neither "Content-Length" nor
+    // a chunked "Transfer-Encoding") has an empty one and is never read.
     VHEmulatorExchange(const httplib::Request& request, httplib::Response& response,
                        const httplib::ContentReader* reader);
 
@@ -58,6 +60,7 @@ class VHEmulatorExchange {
 
   private:
     const httplib::ContentReader* reader_;
+    bool announcesBody_ = false;
     bool bodyTaken_ = false;
     uint64_t bodyBytes_ = 0;
 };

@@ -1,61 +1,17 @@
 #include "VHEmulatorJournal.h"
 
-#include <limits>
-
+#include "VHEmulatorDates.h"
 #include "VHEmulatorDefaults.h"
 #include "VHEmulatorIds.h"
-#include "lib/VHDate.h"
-#include "lib/VHNameRules.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorNames.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
 namespace {
 
-using Row = VHEmulatorDatabase::Row;
-
-const char* kItemColumns =
-    "internalName, shareId, parentId, name, isFile, size, uploadName, blobId, hash, user, tick, "
-    "updateTick, createTick, createTime, accessTime, writeTime, attributes, permissions, "
-    "deleted, locked, lockDeviceId, lockedBy, lockTime";
-
-// Deeper trees than this are taken for a loop in the parent chain.
-constexpr int kMaxDepth = 1000;
-
-VHEmulatorItem itemFromRow(const Row& row) {
-    VHEmulatorItem item;
-    item.internalName = row.columnText(0);
-    item.shareId = row.columnText(1);
-    item.parentId = row.columnText(2);
-    item.name = row.columnText(3);
-    item.isFile = row.columnInt64(4) != 0;
-    item.size = row.columnUInt64(5);
-    item.uploadName = row.columnText(6);
-    item.blobId = row.columnText(7);
-    item.hash = row.columnText(8);
-    item.user = row.columnText(9);
-    item.tick = row.columnInt64(10);
-    item.updateTick = row.columnInt64(11);
-    item.createTick = row.columnInt64(12);
-    item.createTime = row.columnDouble(13);
-    item.accessTime = row.columnDouble(14);
-    item.writeTime = row.columnDouble(15);
-    item.attributes = row.columnInt64(16);
-    if (!row.columnIsNull(17)) item.permissions = row.columnInt64(17);
-    item.deleted = row.columnInt64(18) != 0;
-    item.locked = row.columnInt64(19) != 0;
-    item.lockDeviceId = row.columnText(20);
-    item.lockedBy = row.columnText(21);
-    item.lockTime = row.columnInt64(22);
-    return item;
-}
-
-bool isValidName(const std::string& name) {
-    return VHIsSafePathComponent(name) && name.size() <= 255;
-}
-
 bool lockedByOther(const VHEmulatorItem& item, const VHChangeOrigin& origin) {
-    return item.locked && VHLowercase(item.lockedBy) != VHLowercase(origin.user);
+    return item.locked && !VHSameAsciiText(item.lockedBy, origin.user);
 }
 
 VHEmulatorFailure lockFailure(const VHEmulatorItem& item) {
@@ -78,103 +34,6 @@ void applyFields(VHEmulatorItem& item, const VHItemFields& fields, double now) {
 
 }  // namespace
 
-std::vector<VHEmulatorItem> VHEmulatorJournal::selectItems(const std::string& where,
-                                                           const std::vector<VHSqlValue>& values) {
-    std::vector<VHEmulatorItem> result;
-    db_.query(std::string("SELECT ") + kItemColumns + " FROM items " + where, values,
-              [&](const Row& row) { result.push_back(itemFromRow(row)); });
-    return result;
-}
-
-std::optional<VHEmulatorItem> VHEmulatorJournal::item(const std::string& internalName) {
-    auto found = selectItems("WHERE internalName = ?", {internalName});
-    if (found.empty()) return std::nullopt;
-    return found.front();
-}
-
-std::optional<VHEmulatorItem> VHEmulatorJournal::itemByUploadName(const std::string& uploadName) {
-    if (uploadName.empty()) return std::nullopt;
-    auto found = selectItems("WHERE uploadName = ?", {uploadName});
-    if (found.empty()) return std::nullopt;
-    return found.front();
-}
-
-bool VHEmulatorJournal::isInView(const VHShareView& view, const VHEmulatorItem& item) {
-    if (item.shareId != view.storeShareId) return false;
-    if (view.rootId == view.storeShareId) return true;
-    std::string parent = item.parentId;
-    for (int depth = 0; depth < kMaxDepth; ++depth) {
-        if (parent == view.rootId) return true;
-        auto above = this->item(parent);
-        if (!above) return false;
-        parent = above->parentId;
-    }
-    return false;
-}
-
-std::optional<VHEmulatorItem> VHEmulatorJournal::liveItemInView(const VHShareView& view,
-                                                                const std::string& internalName) {
-    auto found = item(internalName);
-    if (!found || found->deleted || !isInView(view, *found)) return std::nullopt;
-    return found;
-}
-
-std::optional<VHEmulatorItem> VHEmulatorJournal::childNamed(const std::string& shareId,
-                                                            const std::string& parentId,
-                                                            const std::string& name) {
-    auto found = selectItems("WHERE shareId = ? AND parentId = ? AND name = ? AND deleted = 0",
-                             {shareId, parentId, name});
-    if (found.empty()) return std::nullopt;
-    return found.front();
-}
-
-std::optional<VHEmulatorItem> VHEmulatorJournal::itemAtPath(const VHShareView& view,
-                                                            const std::string& path) {
-    std::string parent = view.rootId;
-    std::optional<VHEmulatorItem> current;
-    for (const std::string& name : VHSplit(path, '/')) {
-        if (name.empty()) continue;
-        if (current && current->isFile) return std::nullopt;
-        current = childNamed(view.storeShareId, parent, name);
-        if (!current) return std::nullopt;
-        parent = current->internalName;
-    }
-    return current;
-}
-
-std::string VHEmulatorJournal::pathOf(const VHShareView& view, const VHEmulatorItem& item) {
-    std::string path = "/" + item.name;
-    std::string parent = item.parentId;
-    for (int depth = 0; depth < kMaxDepth && parent != view.rootId; ++depth) {
-        auto above = this->item(parent);
-        if (!above) break;
-        path = "/" + above->name + path;
-        parent = above->parentId;
-    }
-    return path;
-}
-
-std::vector<VHEmulatorItem> VHEmulatorJournal::changesAfter(const VHShareView& view, int64_t tick,
-                                                            int64_t take) {
-    if (view.rootId == view.storeShareId) {
-        return selectItems("WHERE shareId = ? AND tick > ? ORDER BY tick LIMIT ?",
-                           {view.storeShareId, tick, take});
-    }
-    return selectItems(
-        "WHERE internalName IN (WITH RECURSIVE below(id) AS (SELECT internalName FROM items "
-        "WHERE shareId = ?1 AND parentId = ?2 UNION SELECT items.internalName FROM items JOIN "
-        "below ON items.parentId = below.id) SELECT id FROM below) AND tick > ?3 "
-        "ORDER BY tick LIMIT ?4",
-        {view.storeShareId, view.rootId, tick, take});
-}
-
-std::vector<VHEmulatorItem> VHEmulatorJournal::itemsInView(const VHShareView& view,
-                                                           bool includeDeleted) {
-    auto items = changesAfter(view, -1, std::numeric_limits<int64_t>::max());
-    if (!includeDeleted) std::erase_if(items, [](const VHEmulatorItem& i) { return i.deleted; });
-    return items;
-}
-
 VHEmulatorResult<std::string> VHEmulatorJournal::resolveParent(const VHShareView& view,
                                                                const std::string& parentId) {
     if (parentId.empty() || parentId == view.rootId || parentId == view.share.shareId) {
@@ -191,7 +50,7 @@ std::optional<VHEmulatorFailure> VHEmulatorJournal::checkPlacement(const VHShare
                                                                    const std::string& parentId,
                                                                    const std::string& name,
                                                                    const std::string& self) {
-    if (!isValidName(name)) return VHFail(400, kCodeBadRequest, "Bad name: " + name);
+    if (!VHIsAcceptableItemName(name)) return VHFail(400, kCodeBadRequest, "Bad name: " + name);
     auto other = childNamed(view.storeShareId, parentId, name);
     if (other && other->internalName != self) {
         return VHFail(409, kCodeNameExists, "An item named " + name + " exists");
@@ -199,53 +58,10 @@ std::optional<VHEmulatorFailure> VHEmulatorJournal::checkPlacement(const VHShare
     return std::nullopt;
 }
 
-std::vector<VHEmulatorItem> VHEmulatorJournal::liveDescendants(const VHEmulatorItem& folder) {
-    std::vector<VHEmulatorItem> result;
-    std::vector<std::string> pending{folder.internalName};
-    while (!pending.empty() && result.size() < 10'000'000) {
-        std::string parent = pending.back();
-        pending.pop_back();
-        for (VHEmulatorItem& child : selectItems(
-                 "WHERE shareId = ? AND parentId = ? AND deleted = 0", {folder.shareId, parent})) {
-            if (!child.isFile) pending.push_back(child.internalName);
-            result.push_back(std::move(child));
-        }
-    }
-    return result;
-}
-
-bool VHEmulatorJournal::store(const VHEmulatorItem& item) {
-    return db_.run(
-        std::string("INSERT OR REPLACE INTO items (") + kItemColumns +
-            ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-        {item.internalName,
-         item.shareId,
-         item.parentId,
-         item.name,
-         int64_t(item.isFile),
-         item.size,
-         item.uploadName,
-         item.blobId,
-         item.hash,
-         item.user,
-         item.tick,
-         item.updateTick,
-         item.createTick,
-         item.createTime,
-         item.accessTime,
-         item.writeTime,
-         item.attributes,
-         item.permissions ? VHSqlValue(*item.permissions) : VHSqlValue(std::monostate{}),
-         int64_t(item.deleted),
-         int64_t(item.locked),
-         item.lockDeviceId,
-         item.lockedBy,
-         item.lockTime});
-}
-
 VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::commit(const VHShareView& view,
                                                            VHEmulatorItem item, int eventType,
                                                            const VHChangeOrigin& origin) {
+    auto before = this->item(item.internalName);
     auto tick = accounts_.nextTick(view.storeShareId);
     if (!tick) return VHFail(500, kCodeBadRequest, "The share is gone");
     item.tick = *tick;
@@ -256,7 +72,55 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::commit(const VHShareView& vi
                                         VHBroadcastEventRecord(item, eventType, origin, *tick))) {
         return VHFail(500, kCodeBadRequest, db_.lastError());
     }
+    if (before && !before->deleted && before->parentId != item.parentId &&
+        !crossSubfolderShares(view, before->parentId, item, origin)) {
+        return VHFail(500, kCodeBadRequest, db_.lastError());
+    }
     return item;
+}
+
+bool VHEmulatorJournal::crossSubfolderShares(const VHShareView& view, const std::string& oldParent,
+                                             const VHEmulatorItem& moved,
+                                             const VHChangeOrigin& origin) {
+    std::vector<std::pair<std::string, bool>> crossed;  // share id, left it
+    for (const std::string& shareId : accounts_.subfolderShares(view.storeShareId)) {
+        auto folder = accounts_.share(shareId);
+        if (!folder) continue;
+        bool wasIn = isBelow(oldParent, folder->rootFolder);
+        if (wasIn != isBelow(moved.parentId, folder->rootFolder))
+            crossed.emplace_back(shareId, wasIn);
+    }
+    if (crossed.empty()) return true;
+    if (!recordCrossing(crossed, moved.internalName, moved.tick)) return false;
+    if (moved.isFile) return true;
+    // What is below a folder comes and goes with it, one tick each, so that
+    // a page of catch-up never holds two records of one tick.
+    for (VHEmulatorItem& inside : liveDescendants(moved)) {
+        auto tick = accounts_.nextTick(view.storeShareId);
+        if (!tick) return false;
+        inside.tick = *tick;
+        if (!store(inside) ||
+            !events_.record(view.share.domainId, kMessageBroadcast, origin.user,
+                            VHBroadcastEventRecord(inside, kEventMove, origin, *tick)) ||
+            !recordCrossing(crossed, inside.internalName, *tick)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool VHEmulatorJournal::recordCrossing(const std::vector<std::pair<std::string, bool>>& crossed,
+                                       const std::string& internalName, int64_t tick) {
+    for (const auto& [shareId, left] : crossed) {
+        bool done = left ? db_.run(
+                               "INSERT OR REPLACE INTO departures (shareId, internalName, "
+                               "tick) VALUES (?, ?, ?)",
+                               {shareId, internalName, tick})
+                         : db_.run("DELETE FROM departures WHERE shareId = ? AND internalName = ?",
+                                   {shareId, internalName});
+        if (!done) return false;
+    }
+    return true;
 }
 
 VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::createFolder(const VHShareView& view,
@@ -266,9 +130,16 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::createFolder(const VHShareVi
     if (!VHIsPlainId(fields.internalName)) return VHFail(400, kCodeBadRequest, "Bad id");
     auto existing = item(fields.internalName);
     if (existing && !existing->deleted) {
-        // A create sent again after a lost answer.
-        if (!existing->isFile && isInView(view, *existing)) return *existing;
-        return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
+        // A create sent again: after a lost answer, or with a new place.
+        if (existing->isFile || !isInView(view, *existing)) {
+            return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
+        }
+        VHEmulatorItem moved = *existing;
+        if (auto refused = relocate(view, moved, fields.parentId, fields.name, origin)) {
+            return *refused;
+        }
+        if (moved.parentId == existing->parentId && moved.name == existing->name) return moved;
+        return commit(view, moved, kEventMove, origin);
     }
     if (existing && existing->shareId != view.storeShareId) {
         return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
@@ -294,8 +165,10 @@ VHEmulatorResult<VHPlannedWrite> VHEmulatorJournal::planWrite(const VHShareView&
         return VHFail(409, kCodeNameExists, "The id is taken: " + fields.internalName);
     }
     if (live) {
-        if (lockedByOther(*existing, origin)) return lockFailure(*existing);
-        applyFields(*existing, fields, VHDate::now().seconds);
+        if (auto refused = relocate(view, *existing, fields.parentId, fields.name, origin)) {
+            return *refused;
+        }
+        applyFields(*existing, fields, VHNowSeconds());
         return VHPlannedWrite{*existing, kEventUpdate};
     }
     auto file = newItem(view, fields, true);
@@ -318,7 +191,7 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::newItem(const VHShareView& v
     item.name = fields.name;
     item.isFile = isFile;
     item.attributes = isFile ? 128 : 16;
-    applyFields(item, fields, VHDate::now().seconds);
+    applyFields(item, fields, VHNowSeconds());
     return item;
 }
 
@@ -345,23 +218,32 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::move(const VHShareView& view
                                                          const VHChangeOrigin& origin) {
     auto moving = liveItemInView(view, internalName);
     if (!moving) return unknownItem(internalName);
-    if (lockedByOther(*moving, origin)) return lockFailure(*moving);
-    auto parent = resolveParent(view, parentId);
+    if (auto refused = relocate(view, *moving, parentId, name, origin)) return *refused;
+    return commit(view, *moving, kEventMove, origin);
+}
+
+std::optional<VHEmulatorFailure> VHEmulatorJournal::relocate(const VHShareView& view,
+                                                             VHEmulatorItem& item,
+                                                             const std::string& parentId,
+                                                             const std::string& name,
+                                                             const VHChangeOrigin& origin) {
+    if (lockedByOther(item, origin)) return lockFailure(item);
+    auto parent = resolveParent(view, parentId.empty() ? item.parentId : parentId);
     if (!parent) return parent.failure();
     std::string above = *parent;
     for (int depth = 0; depth < kMaxDepth && above != view.storeShareId; ++depth) {
-        if (above == moving->internalName) {
+        if (above == item.internalName) {
             return VHFail(400, kCodeBadRequest, "A folder cannot move into itself");
         }
-        auto next = item(above);
+        auto next = this->item(above);
         if (!next) break;
         above = next->parentId;
     }
-    std::string newName = name.empty() ? moving->name : name;
-    if (auto refused = checkPlacement(view, *parent, newName, internalName)) return *refused;
-    moving->parentId = *parent;
-    moving->name = newName;
-    return commit(view, *moving, kEventMove, origin);
+    std::string newName = name.empty() ? item.name : name;
+    if (auto refused = checkPlacement(view, *parent, newName, item.internalName)) return *refused;
+    item.parentId = *parent;
+    item.name = newName;
+    return std::nullopt;
 }
 
 VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::remove(const VHShareView& view,
@@ -400,14 +282,19 @@ VHEmulatorResult<VHEmulatorItem> VHEmulatorJournal::setLock(const VHShareView& v
     target->locked = locked;
     target->lockDeviceId = locked ? origin.deviceId : "";
     target->lockedBy = locked ? origin.user : "";
-    target->lockTime = locked ? static_cast<int64_t>(VHDate::now().seconds) : 0;
+    target->lockTime = locked ? static_cast<int64_t>(VHNowSeconds()) : 0;
     return commit(view, *target, locked ? kEventLock : kEventUnlock, origin);
 }
 
 bool VHEmulatorJournal::purge(const std::string& storeShareId) {
-    db_.query("SELECT blobId FROM items WHERE shareId = ?", {storeShareId},
-              [&](const Row& row) { blobs_.discardAfterCommit(row.columnText(0)); });
+    db_.query(
+        "SELECT blobId FROM items WHERE shareId = ?", {storeShareId},
+        [&](const VHEmulatorDatabase::Row& row) { blobs_.discardAfterCommit(row.columnText(0)); });
     return db_.run("DELETE FROM items WHERE shareId = ?", {storeShareId});
+}
+
+bool VHEmulatorJournal::forgetDepartures(const std::string& shareId) {
+    return db_.run("DELETE FROM departures WHERE shareId = ?", {shareId});
 }
 
 }  // namespace vh::emulator

@@ -1,7 +1,7 @@
 #include "VHEmulatorRecords.h"
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorIds.h"
-#include "lib/VHDate.h"
 
 namespace vh::emulator {
 
@@ -19,10 +19,6 @@ std::string transmitIdOf(const VHChangeOrigin& origin) {
 }
 
 }  // namespace
-
-std::string VHJsonDate(double seconds) {
-    return VHDateToJsonText(VHDate::fromSeconds(seconds));
-}
 
 VHJson VHVirtualFileRecord(const VHEmulatorItem& item) {
     VHJson record = {
@@ -44,9 +40,9 @@ VHJson VHVirtualFileRecord(const VHEmulatorItem& item) {
         {"EndOfFile", item.size},
         {"AllocationSize", item.size},
         {"Attributes", item.attributes},
-        {"CreationTime", VHJsonDate(item.createTime)},
-        {"LastAccessTime", VHJsonDate(item.accessTime)},
-        {"LastWriteTime", VHJsonDate(item.writeTime)},
+        {"CreationTime", VHServiceDateText(item.createTime)},
+        {"LastAccessTime", VHServiceDateText(item.accessTime)},
+        {"LastWriteTime", VHServiceDateText(item.writeTime)},
         {"FileLock", fileLockRecord(item)},
         {"Local", false},
         {"Deleted", item.deleted},
@@ -66,7 +62,7 @@ VHJson VHJournalEventRecord(const VHEmulatorItem& item, int eventType, const VHC
             {"ShareId", item.shareId},
             {"ShareTick", shareTick},
             {"TransmitCounter", 0},
-            {"TransmitTimeout", VHJsonDate(VHDate::now().seconds + 60)},
+            {"TransmitTimeout", VHServiceDateText(VHNowSeconds() + 60)},
             {"CreateTick", item.createTick}};
 }
 
@@ -80,7 +76,7 @@ VHJson VHBroadcastEventRecord(const VHEmulatorItem& item, int eventType,
             {"ShareTick", shareTick},
             {"TransmitCounter", 0},
             {"CreateTick", item.createTick},
-            {"TransmitTimeout", VHJsonDate(VHDate::now().seconds + 60)},
+            {"TransmitTimeout", VHServiceDateText(VHNowSeconds() + 60)},
             {"VhVirtualFile", VHVirtualFileRecord(item)}};
 }
 
@@ -158,14 +154,14 @@ VHJson VHManagedShareRecord(const VHEmulatorShare& share, const VHEmulatorAcl& a
             {"TransmitCounter", 0},
             {"LastApplyedJournalTick", 0},
             {"LastUpdate", share.tick},
-            {"LastBufferEntry", VHJsonDate(share.modifyTime)},
+            {"LastBufferEntry", VHServiceDateText(share.modifyTime)},
             {"ConflicTnternalId", VHJson::array()},
             {"DomainId", domain.domainId},
             {"ShareAcl", shareAcl},
             {"GateWayUrl", domain.url},
-            {"NextCathUp", VHJsonDate(VHDate::now().seconds)},
-            {"CreationDate", VHJsonDate(share.createTime)},
-            {"ModificationDate", VHJsonDate(share.modifyTime)},
+            {"NextCathUp", VHServiceDateText(VHNowSeconds())},
+            {"CreationDate", VHServiceDateText(share.createTime)},
+            {"ModificationDate", VHServiceDateText(share.modifyTime)},
             {"CompanyName", domain.name},
             {"Synchronize", 0}};
 }

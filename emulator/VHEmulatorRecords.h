@@ -13,9 +13,6 @@ namespace vh::emulator {
 
 using VHJson = nlohmann::json;
 
-// Service date text of seconds since 1970.
-std::string VHJsonDate(double seconds);
-
 // One file or folder ("VhVirtualFile").
 VHJson VHVirtualFileRecord(const VHEmulatorItem& item);
 // A change as the file API answers it ("ClientJournalEvent" of "Data").

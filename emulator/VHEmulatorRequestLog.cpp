@@ -1,5 +1,6 @@
 #include "VHEmulatorRequestLog.h"
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorRecords.h"
 
 namespace vh::emulator {
@@ -23,7 +24,7 @@ nlohmann::json VHEmulatorRequestLog::after(int64_t seq) {
     for (const VHRequestRecord& record : records_) {
         if (record.seq <= seq) continue;
         list.push_back({{"seq", record.seq},
-                        {"time", VHJsonDate(record.time)},
+                        {"time", VHServiceDateText(record.time)},
                         {"method", record.method},
                         {"host", record.host},
                         {"path", record.path},

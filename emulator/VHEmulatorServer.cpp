@@ -3,10 +3,9 @@
 #include <chrono>
 #include <thread>
 
+#include "VHEmulatorDates.h"
 #include "VHEmulatorRecords.h"
-#include "lib/VHDate.h"
-#include "lib/VHLog.h"
-#include "lib/VHStrings.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -65,14 +64,14 @@ void applyFault(VHEmulatorExchange& exchange, const VHFaultAction& fault) {
 
 VHEmulatorServer::VHEmulatorServer(VHEmulatorTls& tls, VHEmulatorFaults& faults,
                                    VHEmulatorRequestLog& log, std::string globalHost)
-    : faults_(faults), log_(log), globalHost_(VHLowercase(globalHost)) {
+    : faults_(faults), log_(log), globalHost_(VHAsciiLowercase(globalHost)) {
     server_ = std::make_unique<httplib::SSLServer>(
         [&tls](SSL_CTX& context) { return tls.configure(context); });
     server_->new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
     server_->set_tcp_nodelay(true);
     server_->set_keep_alive_max_count(100000);
     server_->set_keep_alive_timeout(5);
-    server_->set_read_timeout(120);
+    server_->set_read_timeout(kReadTimeoutSeconds);
     server_->set_write_timeout(120);
     auto plain = [this](const httplib::Request& request, httplib::Response& response) {
         dispatch(request, response, nullptr);
@@ -84,7 +83,9 @@ VHEmulatorServer::VHEmulatorServer(VHEmulatorTls& tls, VHEmulatorFaults& faults,
     server_->Get(".*", plain);
     server_->Post(".*", withBody);
     server_->Put(".*", withBody);
+    server_->Patch(".*", withBody);
     server_->Delete(".*", withBody);
+    server_->Options(".*", plain);
 }
 
 VHEmulatorServer::~VHEmulatorServer() {
@@ -123,7 +124,7 @@ void VHEmulatorServer::classifyHost(VHEmulatorExchange& exchange, VHHostKind& ki
         {kFilecachePrefix, VHHostKind::Filecache},
         {kWebclientPrefix, VHHostKind::Webclient}};
     for (const auto& [prefix, prefixKind] : prefixes) {
-        if (VHStartsWith(exchange.host, prefix) && exchange.host.size() > prefix.size()) {
+        if (VHHasPrefix(exchange.host, prefix) && exchange.host.size() > prefix.size()) {
             kind = prefixKind;
             exchange.domainUrl = exchange.host.substr(prefix.size());
             return;
@@ -142,8 +143,7 @@ void VHEmulatorServer::runHandler(VHEmulatorExchange& exchange, VHHostKind kind)
         try {
             route.handler(exchange);
         } catch (const std::exception& error) {
-            VHConsoleLog("varnholt-emulator: %@ %@ failed: %@", exchange.request.method, path,
-                         error.what());
+            VHEmulatorLog(exchange.request.method + " " + path + " failed: " + error.what());
             exchange.reply(500, VHApiResponse(kCodeBadRequest, error.what()));
         }
         return;
@@ -156,7 +156,7 @@ void VHEmulatorServer::dispatch(const httplib::Request& request, httplib::Respon
     VHEmulatorExchange exchange(request, response, reader);
     VHHostKind kind;
     classifyHost(exchange, kind);
-    bool admin = VHStartsWith(request.path, kAdminPrefix);
+    bool admin = VHHasPrefix(request.path, kAdminPrefix);
     auto fault = admin ? std::nullopt : faults_.take(request.method, exchange.host, request.path);
     int64_t faultId = fault ? fault->ruleId : 0;
     bool before = fault && !fault->afterHandler;
@@ -183,7 +183,7 @@ void VHEmulatorServer::dispatch(const httplib::Request& request, httplib::Respon
 void VHEmulatorServer::logRequest(const VHEmulatorExchange& exchange, int64_t faultId,
                                   bool dropped) {
     VHRequestRecord record;
-    record.time = VHDate::now().seconds;
+    record.time = VHNowSeconds();
     record.method = exchange.request.method;
     record.host = exchange.host;
     record.path = exchange.request.path;

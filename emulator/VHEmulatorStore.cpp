@@ -6,6 +6,20 @@ bool VHEmulatorStore::open(const std::string& stateDir) {
     return db.open(stateDir + "/state.db") && blobs.open(stateDir + "/blobs");
 }
 
+bool VHEmulatorStore::abandonUpload(const std::string& uploadName) {
+    return static_cast<bool>(atomically([&]() -> VHEmulatorResult<bool> {
+        if (!uploads.abandon(uploadName)) return VHFail(500, kCodeBadRequest, db.lastError());
+        return true;
+    }));
+}
+
+bool VHEmulatorStore::expireUploads() {
+    return static_cast<bool>(atomically([&]() -> VHEmulatorResult<bool> {
+        if (!uploads.expire()) return VHFail(500, kCodeBadRequest, db.lastError());
+        return true;
+    }));
+}
+
 std::string VHEmulatorStore::globalHost() {
     return db.meta("globalHost").value_or(std::string(kDefaultGlobalHost));
 }

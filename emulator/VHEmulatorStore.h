@@ -23,7 +23,8 @@ class VHEmulatorStore {
 
     // Runs `work` (returning a VHEmulatorResult) in one transaction that is
     // committed when the result holds a value. Blobs given up during it are
-    // removed after the commit. Requires db.lock().
+    // removed after the commit, blobs made for it after a rollback. Requires
+    // db.lock().
     template <typename Work>
     auto atomically(Work work) -> decltype(work()) {
         std::optional<decltype(work())> result;
@@ -32,13 +33,18 @@ class VHEmulatorStore {
             return static_cast<bool>(*result);
         });
         if (committed) {
-            blobs.removeDiscarded();
+            blobs.committed();
             return std::move(*result);
         }
-        blobs.keepDiscarded();
+        blobs.rolledBack();
         if (result && !*result) return std::move(*result);
         return VHFail(500, kCodeBadRequest, "The change could not be stored");
     }
+
+    // Gives up one upload, or every expired one, in a transaction of its
+    // own; both require db.lock().
+    bool abandonUpload(const std::string& uploadName);
+    bool expireUploads();
 
     // The global login host; requires db.lock().
     std::string globalHost();

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "lib/VHLog.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -49,7 +49,7 @@ bool VHEmulatorTls::setUp(const std::string& dir, const std::vector<std::string>
     auto certificates =
         existing ? existing->reissued(hostNames) : VHTestCertificates::generate(hostNames);
     if (!certificates || !certificates->writeTo(dir)) {
-        VHConsoleLog("varnholt-emulator: cannot make certificates in %@", dir);
+        VHEmulatorLog("cannot make certificates in " + dir);
         return false;
     }
     return install(*certificates);

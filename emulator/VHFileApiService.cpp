@@ -2,60 +2,9 @@
 
 #include "VHEmulatorAccess.h"
 #include "VHEmulatorRecords.h"
-#include "lib/VHDate.h"
+#include "VHJournalEventRequest.h"
 
 namespace vh::emulator {
-
-namespace {
-
-std::optional<double> dateField(const VHJson& file, const char* key) {
-    auto it = file.find(key);
-    if (it == file.end() || !it->is_string()) return std::nullopt;
-    auto date = VHTryParseJsonDate(it->get_ref<const std::string&>());
-    if (!date) return std::nullopt;
-    return date->seconds;
-}
-
-template <typename T>
-std::optional<T> numberField(const VHJson& object, const char* key) {
-    auto it = object.find(key);
-    if (it == object.end() || !it->is_number()) return std::nullopt;
-    return static_cast<T>(it->get<double>());
-}
-
-std::string textField(const VHJson& object, const char* key) {
-    auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
-bool flagField(const VHJson& object, const char* key, bool fallback) {
-    auto it = object.find(key);
-    if (it == object.end()) return fallback;
-    if (it->is_boolean()) return it->get<bool>();
-    return it->is_number() ? it->get<double>() != 0 : fallback;
-}
-
-VHItemFields fieldsOf(const VHJson& file) {
-    VHItemFields fields;
-    fields.internalName = textField(file, "InternalName");
-    fields.parentId = textField(file, "ParrentId");
-    fields.name = textField(file, "PublicName");
-    fields.isFile = flagField(file, "IsFile", true);
-    fields.createTime = dateField(file, "CreationTime");
-    fields.accessTime = dateField(file, "LastAccessTime");
-    fields.writeTime = dateField(file, "LastWriteTime");
-    fields.attributes = numberField<int64_t>(file, "Attributes");
-    fields.permissions = numberField<int64_t>(file, "POSIXPermissions");
-    return fields;
-}
-
-bool typeFitsMethod(int type, const std::string& method) {
-    if (method == "POST") return type == kEventCreate;
-    if (method == "DELETE") return type == kEventDelete;
-    return type == kEventMove || type == kEventUpdate || type == kEventLock || type == kEventUnlock;
-}
-
-}  // namespace
 
 void VHFileApiService::registerRoutes(VHEmulatorServer& server) {
     auto handler = [this](VHEmulatorExchange& exchange) { handle(exchange); };
@@ -64,38 +13,13 @@ void VHFileApiService::registerRoutes(VHEmulatorServer& server) {
     server.route(VHHostKind::Filecache, "DELETE", "/api/shares/([^/]+)/files/([^/]+)", handler);
 }
 
-std::optional<VHFileApiService::Event> VHFileApiService::readEvent(VHEmulatorExchange& exchange) {
-    auto body = exchange.jsonBody();
-    if (!body || !body->is_object()) return std::nullopt;
-    auto type = numberField<int>(*body, "ClientJournalEventType");
-    if (!type || !typeFitsMethod(*type, exchange.request.method)) return std::nullopt;
-    Event event;
-    event.type = *type;
-    auto file = body->find("VhVirtualFile");
-    if (file != body->end() && file->is_object()) {
-        event.fields = fieldsOf(*file);
-        auto end = numberField<uint64_t>(*file, "EndOfFile").value_or(0);
-        auto allocation = numberField<uint64_t>(*file, "AllocationSize").value_or(0);
-        event.size = std::max(end, allocation);
-    }
-    if (exchange.params.size() > 1) {
-        const std::string& id = exchange.params[1];
-        if (!event.fields.internalName.empty() && event.fields.internalName != id) {
-            return std::nullopt;
-        }
-        event.fields.internalName = id;
-    }
-    event.origin.deviceId = textField(*body, "DeviceId");
-    event.origin.transmitId = textField(*body, "TransmitId");
-    return event;
-}
-
 void VHFileApiService::handle(VHEmulatorExchange& exchange) {
-    auto event = readEvent(exchange);
-    if (!event) {
-        return exchange.replyFailure(VHFail(400, kCodeBadRequest, "Not a journal event"));
-    }
-    auto guard = store_.db.lock();
+    auto body = exchange.jsonBody();
+    if (!body) return exchange.replyFailure(VHFail(400, kCodeBadRequest, "Not a journal event"));
+    auto event = VHReadJournalEvent(*body, exchange.request.method,
+                                    exchange.params.size() > 1 ? exchange.params[1] : "");
+    if (!event) return exchange.replyFailure(event.failure());
+    std::unique_lock guard = store_.db.lock();
     auto access = VHAuthorizeShare(store_, exchange, exchange.params[0], true);
     if (!access) return exchange.replyFailure(access.failure());
     event->origin.user = access->user.email;
@@ -109,9 +33,9 @@ void VHFileApiService::handle(VHEmulatorExchange& exchange) {
                     return journal.createFolder(view, event->fields, event->origin);
                 }));
             }
-            return writeContent(exchange, view, access->domain, *event);
+            return writeContent(exchange, guard, view, access->domain, *event);
         case kEventUpdate:
-            return writeContent(exchange, view, access->domain, *event);
+            return writeContent(exchange, guard, view, access->domain, *event);
         case kEventMove:
             return answer(exchange, *event, store_.atomically([&] {
                 return journal.move(view, id, event->fields.parentId, event->fields.name,
@@ -128,8 +52,10 @@ void VHFileApiService::handle(VHEmulatorExchange& exchange) {
     }
 }
 
-void VHFileApiService::writeContent(VHEmulatorExchange& exchange, const VHShareView& view,
-                                    const VHEmulatorDomain& domain, const Event& event) {
+void VHFileApiService::writeContent(VHEmulatorExchange& exchange,
+                                    std::unique_lock<std::mutex>& guard, const VHShareView& view,
+                                    const VHEmulatorDomain& domain,
+                                    const VHJournalEventRequest& event) {
     bool mustExist = event.type == kEventUpdate;
     if (event.size == 0) {
         return answer(exchange, event, store_.atomically([&] {
@@ -139,17 +65,27 @@ void VHFileApiService::writeContent(VHEmulatorExchange& exchange, const VHShareV
     }
     auto plan = store_.journal.planWrite(view, event.fields, event.origin, mustExist);
     if (!plan) return exchange.replyFailure(plan.failure());
-    beginUpload(exchange, view, domain, event, *plan);
+    beginUpload(exchange, guard, view, domain, event, *plan);
 }
 
-void VHFileApiService::beginUpload(VHEmulatorExchange& exchange, const VHShareView& view,
-                                   const VHEmulatorDomain& domain, const Event& event,
-                                   const VHPlannedWrite& plan) {
+void VHFileApiService::beginUpload(VHEmulatorExchange& exchange,
+                                   std::unique_lock<std::mutex>& guard, const VHShareView& view,
+                                   const VHEmulatorDomain& domain,
+                                   const VHJournalEventRequest& event, const VHPlannedWrite& plan) {
     VHItemFields fields = event.fields;
     fields.internalName = plan.item.internalName;
-    auto upload =
-        store_.uploads.begin(view.share.shareId, fields, event.size, event.type, event.origin);
+    auto upload = store_.atomically([&] {
+        return store_.uploads.begin(view.share.shareId, fields, event.size, event.type,
+                                    event.origin);
+    });
     if (!upload) return exchange.replyFailure(upload.failure());
+    guard.unlock();
+    // Allocating a large blob takes a while: never under the lock.
+    if (upload->reserved > 0 && !store_.blobs.reserve(upload->blobId, upload->reserved)) {
+        guard.lock();
+        store_.abandonUpload(upload->uploadName);
+        return exchange.replyFailure(VHFail(507, kCodeBadRequest, "No room for the content"));
+    }
     std::string url = "https://" + std::string(kFilecachePrefix) + domain.url + "/api/uploads/" +
                       upload->uploadName + "?token=" + upload->token;
     VHEmulatorItem pending = plan.item;
@@ -165,7 +101,7 @@ void VHFileApiService::beginUpload(VHEmulatorExchange& exchange, const VHShareVi
                    VHApiResponse(kCodeOk, "Send the contents to Url", std::move(data)));
 }
 
-void VHFileApiService::answer(VHEmulatorExchange& exchange, const Event& event,
+void VHFileApiService::answer(VHEmulatorExchange& exchange, const VHJournalEventRequest& event,
                               const VHEmulatorResult<VHEmulatorItem>& result) {
     if (!result) return exchange.replyFailure(result.failure());
     VHJson data = {{"ClientJournalEvent",

@@ -5,6 +5,7 @@
 
 #include "VHEmulatorServer.h"
 #include "VHEmulatorStore.h"
+#include "VHJournalEventRequest.h"
 
 namespace vh::emulator {
 
@@ -14,20 +15,15 @@ class VHFileApiService {
     void registerRoutes(VHEmulatorServer& server);
 
   private:
-    struct Event {
-        int type = -1;
-        VHItemFields fields;
-        uint64_t size = 0;
-        VHChangeOrigin origin;
-    };
     void handle(VHEmulatorExchange& exchange);
-    std::optional<Event> readEvent(VHEmulatorExchange& exchange);
-    void writeContent(VHEmulatorExchange& exchange, const VHShareView& view,
-                      const VHEmulatorDomain& domain, const Event& event);
-    void beginUpload(VHEmulatorExchange& exchange, const VHShareView& view,
-                     const VHEmulatorDomain& domain, const Event& event,
-                     const VHPlannedWrite& plan);
-    void answer(VHEmulatorExchange& exchange, const Event& event,
+    // Both may give up `guard` (the database lock) while a blob is allocated.
+    void writeContent(VHEmulatorExchange& exchange, std::unique_lock<std::mutex>& guard,
+                      const VHShareView& view, const VHEmulatorDomain& domain,
+                      const VHJournalEventRequest& event);
+    void beginUpload(VHEmulatorExchange& exchange, std::unique_lock<std::mutex>& guard,
+                     const VHShareView& view, const VHEmulatorDomain& domain,
+                     const VHJournalEventRequest& event, const VHPlannedWrite& plan);
+    void answer(VHEmulatorExchange& exchange, const VHJournalEventRequest& event,
                 const VHEmulatorResult<VHEmulatorItem>& result);
 
     VHEmulatorStore& store_;

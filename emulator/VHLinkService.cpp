@@ -5,9 +5,9 @@
 
 #include "VHDirectLinkCipher.h"
 #include "VHEmulatorAccess.h"
+#include "VHEmulatorDates.h"
 #include "VHEmulatorIds.h"
 #include "VHEmulatorRecords.h"
-#include "lib/VHDate.h"
 
 namespace vh::emulator {
 
@@ -84,7 +84,7 @@ void VHLinkService::createPublicLink(VHEmulatorExchange& exchange) {
         "INSERT INTO publiclinks (linkId, shareId, internalName, email, expires, maxUse, used, "
         "password) VALUES (?, ?, ?, ?, ?, ?, 0, ?)",
         {linkId, access->view.share.shareId, internalName, access->user.email,
-         VHDate::now().seconds + kDay * (days > 0 ? days : 30), numberOf(*body, "MaxUse", 0),
+         VHNowSeconds() + kDay * (days > 0 ? days : 30), numberOf(*body, "MaxUse", 0),
          withPassword ? textOf(*body, "Password") : std::string()});
     std::string link =
         "https://" + std::string(kWebclientPrefix) + access->domain.url + "/link/" + linkId;
@@ -109,7 +109,7 @@ void VHLinkService::openPublicLink(VHEmulatorExchange& exchange) {
                 used = row.columnInt64(5);
             });
         if (!link) return exchange.replyText(404, "No such link");
-        if (expires < VHDate::now().seconds || (maxUse > 0 && used >= maxUse)) {
+        if (expires < VHNowSeconds() || (maxUse > 0 && used >= maxUse)) {
             return exchange.replyText(410, "The link has expired");
         }
         if (!(*link)[2].empty() && exchange.query("password") != (*link)[2]) {
@@ -161,7 +161,7 @@ void VHLinkService::createDirectLink(VHEmulatorExchange& exchange, const VHJson&
     store_.db.run(
         "INSERT INTO directlinks (linkId, email, domainId, jsonData, expires, maxUse, used) "
         "VALUES (?, ?, ?, ?, ?, ?, 0)",
-        {linkId, user->email, domain->domainId, jsonData, VHDate::now().seconds + 60.0 * minutes,
+        {linkId, user->email, domain->domainId, jsonData, VHNowSeconds() + 60.0 * minutes,
          std::max<int64_t>(1, numberOf(request, "MaxUse", 1))});
     VHJson answer = generalResponse("101:Ok", true);
     answer["LinkId"] = linkId;
@@ -198,7 +198,7 @@ void VHLinkService::webClient(VHEmulatorExchange& exchange) {
         member->email != owner || owner != email) {
         return exchange.replyText(403, "The direct link is not valid here");
     }
-    if (expires < VHDate::now().seconds || used >= maxUse) {
+    if (expires < VHNowSeconds() || used >= maxUse) {
         return exchange.replyText(403, "The direct link has expired");
     }
     store_.db.run("UPDATE directlinks SET used = used + 1 WHERE linkId = ?",

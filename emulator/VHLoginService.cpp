@@ -4,7 +4,7 @@
 
 #include "VHEmulatorIds.h"
 #include "VHEmulatorRecords.h"
-#include "lib/VHCrypto.h"
+#include "VHEmulatorText.h"
 
 namespace vh::emulator {
 
@@ -37,7 +37,7 @@ void VHLoginService::userDomain(VHEmulatorExchange& exchange) {
 
 void VHLoginService::globalLogin(VHEmulatorExchange& exchange, bool onGateway) {
     std::string deviceId = exchange.header("deviceid");
-    auto password = VHBase64Decode(exchange.header("password2"));
+    auto password = VHBase64Decoded(exchange.header("password2"));
     auto guard = store_.db.lock();
     auto user = store_.accounts.user(exchange.header("useremail"));
     if (!user) return exchange.reply(200, refusal("U101"));

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 
@@ -110,16 +111,24 @@ VHEmulatorResult<VHEmulatorUpload> VHTransferService::claimChunk(
     std::shared_ptr<VHUploadDigest>& digest) {
     auto guard = store_.db.lock();
     auto upload = store_.uploads.find(uploadName);
+    if (!upload) store_.expireUploads();
     if (!upload || token != upload->token) {
         return VHFail(404, kCodeUploadUnknown, "No upload " + uploadName);
     }
     if (chunk.total != upload->expected) {
         return VHFail(400, kCodeBadRequest, "The upload expects another length");
     }
+    // A chunk sent again while an earlier one is still arriving waits for it
+    // and is then answered from where the upload stands.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kReadTimeoutSeconds);
+    bool idle = store_.uploads.awaitIdle(uploadName, guard, deadline);
+    upload = store_.uploads.find(uploadName);
+    if (!upload) return VHFail(404, kCodeUploadUnknown, "No upload " + uploadName);
     position = upload->position;
-    if (chunk.first != upload->position || !store_.uploads.claim(uploadName)) {
+    if (!idle || chunk.first != position) {
         return VHFail(400, kCodePositionMismatch, "The upload stands at another position");
     }
+    store_.uploads.claim(uploadName);
     digest = store_.uploads.digest(uploadName, chunk.first);
     return *upload;
 }
@@ -150,9 +159,13 @@ void VHTransferService::finishUpload(VHEmulatorExchange& exchange, const VHEmula
     // The claim holds until the upload is finished or abandoned: a repeated
     // last chunk must not finish it twice.
     auto guard = store_.db.lock();
+    if (!store_.uploads.find(upload.uploadName)) {
+        store_.uploads.release(upload.uploadName);
+        return exchange.replyFailure(VHFail(404, kCodeUploadUnknown, "The upload is gone"));
+    }
     auto view = store_.accounts.view(upload.shareId);
     if (!hash || !view) {
-        abandon(upload.uploadName);
+        store_.abandonUpload(upload.uploadName);
         return exchange.replyFailure(VHFail(404, kCodeItemUnknown, "The share is gone"));
     }
     VHContentVersion content{upload.blobId, upload.expected, *hash, upload.uploadName};
@@ -163,20 +176,13 @@ void VHTransferService::finishUpload(VHEmulatorExchange& exchange, const VHEmula
         return stored;
     });
     if (!item) {
-        abandon(upload.uploadName);
+        store_.abandonUpload(upload.uploadName);
         return exchange.replyFailure(item.failure());
     }
     VHJson data = positionData(upload.expected, upload.expected, url);
     data["ClientJournalEvent"] =
         VHJournalEventRecord(*item, upload.eventType, upload.origin, item->tick);
     exchange.reply(200, VHApiResponse(kCodeOk, "Upload complete", std::move(data)));
-}
-
-void VHTransferService::abandon(const std::string& uploadName) {
-    if (store_.db.transaction([&] { return store_.uploads.abandon(uploadName); })) {
-        store_.blobs.removeDiscarded();
-    }
-    store_.blobs.keepDiscarded();
 }
 
 }  // namespace vh::emulator

@@ -2,7 +2,9 @@
 // "Content-Range" with an exclusive end and is answered with 200 and
 // exactly those bytes) and the chunk PUTs to an upload URL (inclusive end;
 // 202 while more is expected, 200 with the recorded journal event at the
-// end, 400 with "Code" 16 and the position held on a mismatch).
+// end, 400 with "Code" 16 and the position held on a mismatch). Chunks of
+// one upload are taken one at a time: a chunk that arrives while another is
+// being received waits for it and is then judged against the new position.
 //
 // Bodies stream between the socket and the blob files without the database
 // lock.
@@ -32,7 +34,6 @@ class VHTransferService {
                                                   const std::string& token, const Chunk& chunk,
                                                   uint64_t& position,
                                                   std::shared_ptr<VHUploadDigest>& digest);
-    void abandon(const std::string& uploadName);
     bool receiveChunk(VHEmulatorExchange& exchange, const VHEmulatorUpload& upload,
                       const Chunk& chunk, VHUploadDigest* digest);
     void finishUpload(VHEmulatorExchange& exchange, const VHEmulatorUpload& upload,

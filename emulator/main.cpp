@@ -1,10 +1,12 @@
 // varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]
+//                   [--upload-ttl SECONDS] [--upload-reserve BYTES]
 //
 // Serves the service on one HTTPS port until SIGINT or SIGTERM. Prints
 // "listening HOST:PORT" and "ca-file PATH" on standard output once ready.
 #include <signal.h>
 #include <stdlib.h>
 
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -18,7 +20,14 @@ struct Arguments {
     std::string listen{vh::emulator::kDefaultListen};
     std::string state;
     std::string seed;
+    uint64_t uploadTtl = static_cast<uint64_t>(vh::emulator::kDefaultUploadLifetimeSeconds);
+    uint64_t uploadReserve = vh::emulator::kDefaultUploadReserveBytes;
 };
+
+bool parseCount(const std::string& text, uint64_t& value) {
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size();
+}
 
 bool parseArguments(int argc, char** argv, Arguments& arguments) {
     for (int i = 1; i < argc; ++i) {
@@ -31,6 +40,10 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
             arguments.state = value;
         } else if (option == "--seed") {
             arguments.seed = value;
+        } else if (option == "--upload-ttl") {
+            if (!parseCount(value, arguments.uploadTtl)) return false;
+        } else if (option == "--upload-reserve") {
+            if (!parseCount(value, arguments.uploadReserve)) return false;
         } else {
             return false;
         }
@@ -62,9 +75,9 @@ int main(int argc, char** argv) {
     vh::emulator::VHEmulator::Options options;
     if (!parseArguments(argc, argv, arguments) ||
         !splitListen(arguments.listen, options.listenHost, options.port)) {
-        std::fprintf(
-            stderr,
-            "usage: varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]\n");
+        std::fprintf(stderr,
+                     "usage: varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]\n"
+                     "                         [--upload-ttl SECONDS] [--upload-reserve BYTES]\n");
         return 2;
     }
     // Signals are taken by sigwait below, on this thread only.
@@ -78,6 +91,8 @@ int main(int argc, char** argv) {
     bool temporary = arguments.state.empty();
     options.stateDir = temporary ? makeTemporaryState() : arguments.state;
     options.seedFile = arguments.seed;
+    options.uploadLifetimeSeconds = static_cast<double>(arguments.uploadTtl);
+    options.uploadReserveBytes = arguments.uploadReserve;
     std::error_code error;
     std::filesystem::create_directories(options.stateDir, error);
     int status = 1;

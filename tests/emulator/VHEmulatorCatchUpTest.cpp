@@ -162,5 +162,61 @@ TEST_F(EmulatorCatchUp, SubfolderShareShowsItsFolderOnly) {
     EXPECT_EQ(after["ShareTick"], tick + 1);
 }
 
+TEST_F(EmulatorCatchUp, ItemsMovingAcrossASubfolderSharesFolderComeAndGo) {
+    auto move = [&](const char* from, const char* to) {
+        auto done = emulator.act("archive", {{{"action", "move"}, {"path", from}, {"to", to}}});
+        EXPECT_TRUE(done) << from;
+        return done ? (*done)["tick"].get<int64_t>() : int64_t(-1);
+    };
+    // The page after `tick`, by name: ticks ascending, one record per tick.
+    auto changes = [&](int64_t tick) {
+        std::map<std::string, json> byName;
+        int64_t previous = tick;
+        json answer = page("sub", tick);
+        for (const json& file : answer["VhVirtualFiles"]) {
+            EXPECT_GT(file["Tick"].get<int64_t>(), previous) << file["PublicName"];
+            previous = file["Tick"];
+            EXPECT_EQ(file["ShareTick"], file["Tick"]);
+            byName[file["PublicName"]] = file;
+        }
+        return byName;
+    };
+    std::string s1 = VHInternalName(emulator, "archive", "/Shared/s1.txt");
+    int64_t start = page("sub", -1)["ShareTick"];
+
+    int64_t out = move("/Shared/s1.txt", "/s1-out.txt");
+    auto gone = changes(start);
+    ASSERT_EQ(gone.size(), 1u);
+    EXPECT_EQ(gone.begin()->second["InternalName"], s1);
+    EXPECT_EQ(gone.begin()->second["Deleted"], true);
+    EXPECT_EQ(gone.begin()->second["Tick"], out);
+
+    int64_t folderOut = move("/Shared/deeper", "/deeper-out");
+    auto folder = changes(out);
+    ASSERT_EQ(folder.size(), 2u);
+    EXPECT_EQ(folder["deeper-out"]["Deleted"], true);
+    EXPECT_EQ(folder["s2.txt"]["Deleted"], true);
+    EXPECT_GE(folder["s2.txt"]["Tick"].get<int64_t>(), folderOut);
+
+    int64_t in = move("/outside.txt", "/Shared/inside.txt");
+    move("/deeper-out", "/Shared/deeper-back");
+    auto back = changes(in - 1);
+    ASSERT_EQ(back.size(), 3u);
+    for (const char* name : {"inside.txt", "deeper-back", "s2.txt"}) {
+        EXPECT_EQ(back[name]["Deleted"], false) << name;
+    }
+    // Caught up from the start, the share holds what its folder holds now.
+    std::map<std::string, bool> everything;
+    for (const auto& [name, file] : changes(-1)) everything[name] = file["Deleted"];
+    EXPECT_EQ(everything, (std::map<std::string, bool>{{"s1-out.txt", true},
+                                                       {"inside.txt", false},
+                                                       {"deeper-back", false},
+                                                       {"s2.txt", false}}));
+    // The share that holds the items saw moves, not deletions.
+    json holder = *emulator.tree("archive", true);
+    ASSERT_FALSE(holder["items"].empty());
+    for (const json& item : holder["items"]) EXPECT_EQ(item["deleted"], false) << item["path"];
+}
+
 }  // namespace
 }  // namespace vh::test

@@ -2,9 +2,9 @@
 // resumed uploads, ranged reads, locks, rights and reason codes.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "VHEmulatorTestSupport.h"
-#include "lib/VHDate.h"
-#include "lib/VHStrings.h"
 
 namespace vh::test {
 namespace {
@@ -17,9 +17,8 @@ const std::set<std::string> kJournalEventKeys = {
     "ShareId",    "ShareTick",  "TransmitCounter",        "TransmitTimeout", "CreateTick"};
 
 json newItem(const std::string& name, bool isFile, uint64_t size, const std::string& parent) {
-    std::string now = VHDateToJsonText(VHDate::now());
-    std::string id = VHLowercase(VHGenerateGUID());
-    std::erase(id, '-');
+    std::string now = "2024-05-17T08:15:42.250Z";
+    std::string id = VHTestInternalName();
     return {{"InternalName", id},  {"ParrentId", parent},   {"PublicName", name},
             {"IsFile", isFile},    {"EndOfFile", size},     {"AllocationSize", size},
             {"CreationTime", now}, {"LastAccessTime", now}, {"LastWriteTime", now},
@@ -240,6 +239,115 @@ TEST_F(EmulatorFileApi, LocksRightsAndTokens) {
                            VHJournalEvent(0, newItem("n", false, 0, "team")).dump())
                   .status,
               401);
+}
+
+TEST_F(EmulatorFileApi, UpdatesAndRepeatedCreatesRenameAndMoveLikeARename) {
+    std::string id = VHInternalName(emulator, "team", "/readme.txt");
+    std::string docs = VHInternalName(emulator, "team", "/docs");
+    ASSERT_FALSE(id.empty());
+    int64_t before = (*emulator.tree("team"))["tick"];
+    // A file renamed while its new contents wait: the update carries the name.
+    json update = newItem("renamed.txt", true, 6, docs);
+    update["InternalName"] = id;
+    VHEmulatorReply started = VHSendEvent(emulator, alice, "team", 3, update);
+    ASSERT_EQ(started.status, 200) << started.body;
+    VHEmulatorReply done = putChunk(started.json()["Data"]["Url"], "newer!", 0, 6);
+    ASSERT_EQ(done.status, 200) << done.body;
+    json file = done.json()["Data"]["ClientJournalEvent"]["VhVirtualFile"];
+    EXPECT_EQ(file["PublicName"], "renamed.txt");
+    EXPECT_EQ(file["ParrentId"], docs);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/docs/renamed.txt"), id);
+    EXPECT_TRUE(VHInternalName(emulator, "team", "/readme.txt").empty());
+    EXPECT_EQ(emulator.fileBytes("team", "/docs/renamed.txt"), "newer!");
+    json record = VHCatchUp(emulator, "team", VHAclToken(alice, "team"), before).json();
+    ASSERT_EQ(record["VhVirtualFiles"].size(), 1u);
+    EXPECT_EQ(record["VhVirtualFiles"][0]["PublicName"], "renamed.txt");
+    EXPECT_EQ(record["VhVirtualFiles"][0]["ParrentId"], docs);
+
+    // An empty file takes the new name at once; absent keys keep what is there.
+    json emptied = newItem("emptied.txt", true, 0, "team");
+    emptied["InternalName"] = id;
+    ASSERT_EQ(VHSendEvent(emulator, alice, "team", 3, emptied).status, 200);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/emptied.txt"), id);
+    ASSERT_EQ(VHSendEvent(emulator, alice, "team", 3, {{"InternalName", id}}).status, 200);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/emptied.txt"), id);
+
+    // The same refusals as a rename, and nothing changes.
+    int64_t tick = (*emulator.tree("team"))["tick"];
+    auto refusal = [&](const json& item, int type) {
+        VHEmulatorReply reply = VHSendEvent(emulator, alice, "team", type, item);
+        return std::pair(reply.status, reply.json()["Code"]);
+    };
+    json clash = newItem("big.bin", true, 4, "team");
+    clash["InternalName"] = id;
+    EXPECT_EQ(refusal(clash, 3), std::pair(409L, json(3)));
+    EXPECT_EQ(refusal(clash, 0), std::pair(409L, json(3)));
+    json nowhere = newItem("x.txt", true, 4, "no-such-folder");
+    nowhere["InternalName"] = id;
+    EXPECT_EQ(refusal(nowhere, 3), std::pair(400L, json(17)));
+    json badName = newItem("a/b", true, 4, "team");
+    badName["InternalName"] = id;
+    EXPECT_EQ(refusal(badName, 3), std::pair(400L, json(1)));
+    json intoItself = newItem("docs", false, 0, VHInternalName(emulator, "team", "/docs/sub"));
+    intoItself["InternalName"] = docs;
+    EXPECT_EQ(refusal(intoItself, 0), std::pair(400L, json(1)));
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick);
+
+    // A folder created again under another name is renamed.
+    json folder = newItem("Documents", false, 0, "team");
+    folder["InternalName"] = docs;
+    VHEmulatorReply again = VHSendEvent(emulator, alice, "team", 0, folder);
+    ASSERT_EQ(again.status, 201) << again.body;
+    EXPECT_EQ(again.json()["Data"]["ClientJournalEvent"]["VhVirtualFile"]["PublicName"],
+              "Documents");
+    EXPECT_TRUE(VHInternalName(emulator, "team", "/docs").empty());
+    EXPECT_FALSE(VHInternalName(emulator, "team", "/Documents/a.txt").empty());
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick + 1);
+}
+
+TEST_F(EmulatorFileApi, SizesAndTicksOutsideTheExactRangeAreRefused) {
+    int64_t tick = (*emulator.tree("team"))["tick"];
+    auto blobs = [&] {
+        auto entries = std::filesystem::directory_iterator(emulator.stateDir() + "/blobs");
+        return std::distance(begin(entries), end(entries));
+    };
+    auto blobsBefore = blobs();
+    const json badNumbers[] = {-5, 1.5, 9007199254740993ull, 1e30, 9223372036854775808ull, "12"};
+    const std::string readme = VHInternalName(emulator, "team", "/readme.txt");
+    for (const char* key : {"EndOfFile", "AllocationSize", "Tick", "UpdateTick"}) {
+        for (const json& bad : badNumbers) {
+            json created = newItem("bad.bin", true, 10, "team");
+            created[key] = bad;
+            VHEmulatorReply create = VHSendEvent(emulator, alice, "team", 0, created);
+            EXPECT_EQ(create.status, 400) << key << " " << bad;
+            EXPECT_EQ(create.json()["Code"], 1) << key << " " << bad;
+            json update = {{"InternalName", readme}, {"EndOfFile", 3}};
+            update[key] = bad;
+            EXPECT_EQ(VHSendEvent(emulator, alice, "team", 3, update).json()["Code"], 1)
+                << key << " " << bad;
+        }
+    }
+    json event = VHJournalEvent(0, newItem("bad.bin", true, 0, "team"));
+    event["ShareTick"] = -1;
+    EXPECT_EQ(emulator
+                  .request("POST", kFilecache1, "/api/shares/team/files",
+                           VHAuthorization(alice.domainToken), event.dump())
+                  .status,
+              400);
+    EXPECT_EQ((*emulator.tree("team"))["tick"], tick);
+    EXPECT_EQ(blobs(), blobsBefore);
+    EXPECT_EQ(emulator.fileBytes("team", "/readme.txt"), "hello");
+
+    // All bits set is the client's "no tick yet"; 2^53 is the largest size.
+    json fresh = newItem("fresh.txt", true, 0, "team");
+    for (const char* key : {"Tick", "ShareTick", "UpdateTick", "CreateTick"}) {
+        fresh[key] = 18446744073709551615ull;
+    }
+    EXPECT_EQ(VHSendEvent(emulator, alice, "team", 0, fresh).status, 201);
+    json whole = newItem("whole.txt", true, 0, "team");
+    whole["AllocationSize"] = 0.0;
+    whole["Attributes"] = 128.0;
+    EXPECT_EQ(VHSendEvent(emulator, alice, "team", 0, whole).status, 201);
 }
 
 TEST_F(EmulatorFileApi, SubfolderShareWritesIntoItsFolder) {

@@ -4,8 +4,6 @@
 
 #include "VHEmulatorDefaults.h"
 #include "VHEmulatorTestSupport.h"
-#include "lib/VHCrypto.h"
-#include "lib/VHStrings.h"
 
 namespace vh::test {
 namespace {
@@ -27,7 +25,7 @@ std::string encryptDirectLink(std::string text) {
                       static_cast<int>(text.size()));
     EVP_EncryptFinal_ex(context, reinterpret_cast<unsigned char*>(out.data()) + length, &tail);
     EVP_CIPHER_CTX_free(context);
-    return VHBase64Encode(out);
+    return VHTestBase64(out);
 }
 
 class EmulatorLinks : public testing::Test {
@@ -56,7 +54,7 @@ class EmulatorLinks : public testing::Test {
         json url = {{"DomainToken", token}, {"DirectLinkId", linkId}, {"UserId", alice.email}};
         return emulator.request(
             "GET", kWebclient1,
-            "/default.aspx?sas=" + VHEscapeURLValue(encryptDirectLink(url.dump())));
+            "/default.aspx?sas=" + VHTestEscaped(encryptDirectLink(url.dump())));
     }
 
     VHEmulatorProcess emulator;

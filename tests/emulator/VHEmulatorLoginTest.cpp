@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "VHEmulatorTestSupport.h"
-#include "lib/VHCrypto.h"
 
 namespace vh::test {
 namespace {
@@ -92,7 +91,7 @@ TEST_F(EmulatorLogin, GlobalLoginAnswersWithTheUsersDomains) {
         emulator.request("GET", kGlobal, "/GetUserDomain.aspx?useremail=nobody@x.test").status,
         404);
 
-    json answer = globalLogin("alice@varnholt.test", VHBase64Encode("alice-pw"), "dev-1");
+    json answer = globalLogin("alice@varnholt.test", VHTestBase64("alice-pw"), "dev-1");
     EXPECT_EQ(answer["ErrorCode"], "U100");
     EXPECT_EQ(answer["Wipe"], false);
     EXPECT_EQ(answer["DeviceId"], "dev-1");
@@ -110,30 +109,29 @@ TEST_F(EmulatorLogin, GlobalLoginAnswersWithTheUsersDomains) {
     EXPECT_EQ(VHKeys(answer["Reseller"]), kResellerKeys);
     EXPECT_TRUE(answer["Reseller"]["SkinVersion"].is_number_integer());
     // login2 on a gateway answers the same way for a member of that domain.
-    json island = globalLogin("alice@varnholt.test", VHBase64Encode("alice-pw"), "dev-1", kGateway1,
+    json island = globalLogin("alice@varnholt.test", VHTestBase64("alice-pw"), "dev-1", kGateway1,
                               "/login2.aspx");
     EXPECT_EQ(island["ErrorCode"], "U100");
-    EXPECT_EQ(globalLogin("bob@varnholt.test", VHBase64Encode("bob-pw"), "dev-1",
+    EXPECT_EQ(globalLogin("bob@varnholt.test", VHTestBase64("bob-pw"), "dev-1",
                           "clientgateway.d2.varnholt.test", "/login2.aspx")["ErrorCode"],
               "U101");
 }
 
 TEST_F(EmulatorLogin, PasswordsAreBase64AndDeviceIdsAreAssigned) {
     EXPECT_EQ(globalLogin("alice@varnholt.test", "alice-pw", "dev-1")["ErrorCode"], "U101");
-    EXPECT_EQ(globalLogin("alice@varnholt.test", VHBase64Encode("wrong"), "dev-1")["ErrorCode"],
+    EXPECT_EQ(globalLogin("alice@varnholt.test", VHTestBase64("wrong"), "dev-1")["ErrorCode"],
               "U101");
-    EXPECT_EQ(globalLogin("nobody@varnholt.test", VHBase64Encode("x"), "dev-1")["ErrorCode"],
-              "U101");
-    json first = globalLogin("alice@varnholt.test", VHBase64Encode("alice-pw"), "");
+    EXPECT_EQ(globalLogin("nobody@varnholt.test", VHTestBase64("x"), "dev-1")["ErrorCode"], "U101");
+    json first = globalLogin("alice@varnholt.test", VHTestBase64("alice-pw"), "");
     ASSERT_EQ(first["ErrorCode"], "U100");
     std::string assigned = first["DeviceId"];
     EXPECT_FALSE(assigned.empty());
-    EXPECT_EQ(globalLogin("alice@varnholt.test", VHBase64Encode("alice-pw"), assigned)["DeviceId"],
+    EXPECT_EQ(globalLogin("alice@varnholt.test", VHTestBase64("alice-pw"), assigned)["DeviceId"],
               assigned);
 }
 
 TEST_F(EmulatorLogin, KnownDevicesAndWipeOrders) {
-    std::string password = VHBase64Encode("carol-pw");
+    std::string password = VHTestBase64("carol-pw");
     EXPECT_EQ(globalLogin("carol@varnholt.test", password, "stranger")["ErrorCode"], "U107");
     EXPECT_EQ(globalLogin("carol@varnholt.test", password, "")["ErrorCode"], "U107");
     EXPECT_EQ(globalLogin("carol@varnholt.test", password, "carol-laptop")["ErrorCode"], "U100");

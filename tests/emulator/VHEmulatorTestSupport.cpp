@@ -1,11 +1,9 @@
 #include "VHEmulatorTestSupport.h"
 
+#include <curl/curl.h>
 #include <openssl/evp.h>
 
 #include <random>
-
-#include "lib/VHCrypto.h"
-#include "lib/VHStrings.h"
 
 namespace vh::test {
 
@@ -79,7 +77,7 @@ VHTestSession VHLogIn(const VHEmulatorProcess& emulator, const std::string& emai
     json global = emulator
                       .request("GET", kGlobal, "/GlobalLogin.aspx",
                                {{"useremail", email},
-                                {"password2", VHBase64Encode(password)},
+                                {"password2", VHTestBase64(password)},
                                 {"deviceid", "test-device"}})
                       .json();
     if (global.value("ErrorCode", "") != "U100") return session;
@@ -107,7 +105,7 @@ VHEmulatorHeaders VHAuthorization(const std::string& domainToken) {
 }
 
 json VHJournalEvent(int type, const json& virtualFile) {
-    return {{"TransmitId", VHGenerateGUID()},
+    return {{"TransmitId", VHTestInternalName()},
             {"ClientJournalEventType", type},
             {"VhVirtualFile", virtualFile},
             {"DeviceId", "test-device"},
@@ -129,7 +127,7 @@ VHEmulatorReply VHCatchUp(const VHEmulatorProcess& emulator, const std::string& 
                           const std::string& token, long tickFrom, long take) {
     return emulator.request("POST", kGateway1, "/CatchUp7.aspx",
                             {{"share", shareId},
-                             {"token", VHEscapeURLValue(token)},
+                             {"token", VHTestEscaped(token)},
                              {"vshareId", ""},
                              {"tickfrom", std::to_string(tickFrom)},
                              {"tickstart", std::to_string(tickFrom)},
@@ -152,6 +150,30 @@ std::set<std::string> VHKeys(const json& object) {
         keys.insert(it.key());
     }
     return keys;
+}
+
+std::string VHTestInternalName() {
+    static thread_local std::mt19937_64 generator{std::random_device{}()};
+    static const char* hex = "0123456789abcdef";
+    std::string id;
+    for (int i = 0; i < 32; ++i) id += hex[generator() % 16];
+    return id;
+}
+
+std::string VHTestBase64(const std::string& bytes) {
+    std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
+    int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                 reinterpret_cast<const unsigned char*>(bytes.data()),
+                                 static_cast<int>(bytes.size()));
+    text.resize(static_cast<size_t>(length));
+    return text;
+}
+
+std::string VHTestEscaped(const std::string& text) {
+    char* escaped = curl_easy_escape(nullptr, text.c_str(), static_cast<int>(text.size()));
+    std::string result = escaped ? escaped : "";
+    curl_free(escaped);
+    return result;
 }
 
 std::string VHTestBytes(size_t size, uint32_t seed) {

@@ -46,6 +46,11 @@ std::string VHInternalName(const VHEmulatorProcess& emulator, const std::string&
                            const std::string& path);
 
 std::set<std::string> VHKeys(const nlohmann::json& object);
+// A new lower-case GUID without dashes, as the client names its items.
+std::string VHTestInternalName();
+std::string VHTestBase64(const std::string& bytes);
+// Percent-escaped for a URL query or header value.
+std::string VHTestEscaped(const std::string& text);
 // `size` bytes that differ from position to position.
 std::string VHTestBytes(size_t size, uint32_t seed = 1);
 std::string VHSha256(const std::string& bytes);

@@ -107,6 +107,7 @@ bool VHEmulatorProcess::launch() {
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) return false;
     std::vector<std::string> arguments{VH_EMULATOR_BINARY, "--state", stateDir_};
     if (!seedFile_.empty()) arguments.insert(arguments.end(), {"--seed", seedFile_});
+    arguments.insert(arguments.end(), options_.arguments.begin(), options_.arguments.end());
     pid_t parent = ::getpid();
     pid_ = ::fork();
     if (pid_ == 0) {
@@ -156,6 +157,22 @@ VHEmulatorReply VHEmulatorProcess::request(const std::string& method, const std:
                                            const std::string& pathAndQuery,
                                            const VHEmulatorHeaders& headers,
                                            const std::string& body) const {
+    bool sendsBody = method != "GET" && (!body.empty() || method != "DELETE");
+    return perform(method, host, pathAndQuery, headers, sendsBody ? &body : nullptr, 120);
+}
+
+VHEmulatorReply VHEmulatorProcess::requestWithoutBody(const std::string& method,
+                                                      const std::string& host,
+                                                      const std::string& pathAndQuery,
+                                                      const VHEmulatorHeaders& headers,
+                                                      long waitSeconds) const {
+    return perform(method, host, pathAndQuery, headers, nullptr, waitSeconds);
+}
+
+VHEmulatorReply VHEmulatorProcess::perform(const std::string& method, const std::string& host,
+                                           const std::string& pathAndQuery,
+                                           const VHEmulatorHeaders& headers,
+                                           const std::string* body, long waitSeconds) const {
     VHEmulatorReply reply;
     CURL* curl = curl_easy_init();
     if (!curl) return reply;
@@ -171,11 +188,11 @@ VHEmulatorReply VHEmulatorProcess::request(const std::string& method, const std:
     curl_easy_setopt(curl, CURLOPT_CAINFO, caFile_.c_str());
     curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headerList);
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT, 120L);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, waitSeconds);
     if (method == "GET") curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
-    if (method != "GET" && (!body.empty() || method != "DELETE")) {
-        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
-        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    if (body) {
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body->data());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body->size()));
     }
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collectBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply);

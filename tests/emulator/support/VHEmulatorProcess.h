@@ -33,10 +33,18 @@ struct VHEmulatorReply {
 class VHEmulatorProcess {
   public:
     struct Options {
+        Options(nlohmann::json seed = nullptr, std::string stateDir = "",
+                std::vector<std::string> arguments = {})
+            : seed(std::move(seed)),
+              stateDir(std::move(stateDir)),
+              arguments(std::move(arguments)) {}
+
         // A seed document; null: the built-in demo account.
         nlohmann::json seed;
         // Empty: a fresh temporary folder, removed with this object.
         std::string stateDir;
+        // Further command-line arguments ("--upload-ttl", "0").
+        std::vector<std::string> arguments;
     };
 
     VHEmulatorProcess() = default;
@@ -65,6 +73,11 @@ class VHEmulatorProcess {
     VHEmulatorReply request(const std::string& method, const std::string& host,
                             const std::string& pathAndQuery, const VHEmulatorHeaders& headers = {},
                             const std::string& body = "") const;
+    // The same with neither a body nor "Content-Length", waiting at most
+    // `waitSeconds` for the answer (curlCode 28 when none came).
+    VHEmulatorReply requestWithoutBody(const std::string& method, const std::string& host,
+                                       const std::string& pathAndQuery,
+                                       const VHEmulatorHeaders& headers, long waitSeconds) const;
     // An admin request; its JSON answer when the status is 2xx, else nothing.
     std::optional<nlohmann::json> admin(const std::string& method, const std::string& path,
                                         const nlohmann::json& body = nullptr) const;
@@ -101,6 +114,9 @@ class VHEmulatorProcess {
 
   private:
     bool launch();
+    VHEmulatorReply perform(const std::string& method, const std::string& host,
+                            const std::string& pathAndQuery, const VHEmulatorHeaders& headers,
+                            const std::string* body, long waitSeconds) const;
 
     Options options_;
     std::string tempDir_;  // made here, removed with the object

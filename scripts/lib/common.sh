@@ -32,11 +32,14 @@ vh_install_packages() {
 
 # vh_build [DIR [CMAKE_ARGS...]]: configures DIR (default $VH_BUILD_DIR) the
 # first time, then builds it; VH_TARGETS, when set, limits what is built.
+# CI (CI=true) runs no debugger, so its builds keep line tables only.
 vh_build() {
   local dir="${1:-$VH_BUILD_DIR}"
   [ $# -gt 0 ] && shift
+  local ci_args=()
+  [ "${CI:-}" = "true" ] && ci_args=(-DVH_LINE_TABLES_ONLY=ON)
   if [ ! -f "$dir/build.ninja" ]; then
-    cmake -S "$VH_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
+    cmake -S "$VH_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${ci_args[@]}" "$@"
   fi
   local targets=()
   for target in ${VH_TARGETS:-}; do targets+=(--target "$target"); done

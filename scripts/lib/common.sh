@@ -1,5 +1,5 @@
-# Shared by scripts/test and scripts/demo: installs what is missing (Debian 12)
-# and builds. Source it; it changes into the repository root.
+# Shared by the scripts: installs what is missing (Debian 12) and builds.
+# Source it; it changes into the repository root.
 
 set -euo pipefail
 VH_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
@@ -7,7 +7,7 @@ cd "$VH_ROOT"
 VH_BUILD_DIR="${VH_BUILD_DIR:-$VH_ROOT/build}"
 
 VH_PACKAGES=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config lld
   qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qtkeychain-qt6-dev
   libfuse3-dev fuse3
   libcurl4-openssl-dev nlohmann-json3-dev libsqlite3-dev libssl-dev libcpp-httplib-dev
@@ -30,9 +30,18 @@ vh_install_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
+# vh_build [DIR [CMAKE_ARGS...]]: configures DIR (default $VH_BUILD_DIR) the
+# first time, then builds it; VH_TARGETS, when set, limits what is built.
+# CI (CI=true) runs no debugger, so its builds keep line tables only.
 vh_build() {
-  if [ ! -f "$VH_BUILD_DIR/build.ninja" ]; then
-    cmake -S "$VH_ROOT" -B "$VH_BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+  local dir="${1:-$VH_BUILD_DIR}"
+  [ $# -gt 0 ] && shift
+  local ci_args=()
+  [ "${CI:-}" = "true" ] && ci_args=(-DVH_LINE_TABLES_ONLY=ON)
+  if [ ! -f "$dir/build.ninja" ]; then
+    cmake -S "$VH_ROOT" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${ci_args[@]}" "$@"
   fi
-  cmake --build "$VH_BUILD_DIR" --parallel "$(nproc)"
+  local targets=()
+  for target in ${VH_TARGETS:-}; do targets+=(--target "$target"); done
+  cmake --build "$dir" --parallel "$(nproc)" "${targets[@]}"
 }

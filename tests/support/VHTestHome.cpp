@@ -24,10 +24,15 @@ void setFolder(const char* variable, const std::string& path) {
 
 }  // namespace
 
+std::string VHMakeTempFolder(const std::string& prefix) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/" + prefix + "-XXXXXX";
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a folder " + pattern);
+    return pattern;
+}
+
 VHTestHome::VHTestHome() {
-    char pattern[] = "/tmp/varnholt-test-XXXXXX";
-    if (!mkdtemp(pattern)) throw std::runtime_error("cannot make a test folder");
-    root_ = pattern;
+    root_ = VHMakeTempFolder("varnholt-test");
     setFolder("HOME", root_ + "/home");
     setFolder("XDG_CONFIG_HOME", root_ + "/home/.config");
     setFolder("XDG_DATA_HOME", root_ + "/home/.local/share");

@@ -18,6 +18,11 @@ class VHTestHome {
     std::string root_;
 };
 
+// Makes a new folder "<prefix>-XXXXXX" in $TMPDIR (default /tmp), so that a
+// run can keep its folders, and mounts left by a crashed test, in one place.
+// Throws std::runtime_error when it cannot.
+std::string VHMakeTempFolder(const std::string& prefix);
+
 // The folder of the running test (its HOME).
 const std::string& VHCurrentTestHome();
 

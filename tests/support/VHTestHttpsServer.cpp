@@ -9,9 +9,7 @@
 namespace vh::test {
 
 VHTestHttpsServer::VHTestHttpsServer(const std::vector<std::string>& hostNames) {
-    char pattern[] = "/tmp/varnholt-tls-XXXXXX";
-    if (!mkdtemp(pattern)) throw std::runtime_error("cannot make a certificate folder");
-    dir_ = pattern;
+    dir_ = VHMakeTempFolder("varnholt-tls");
     auto certificates = VHTestCertificates::generate(hostNames);
     if (!certificates || !certificates->writeTo(dir_)) {
         throw std::runtime_error("cannot make test certificates");

@@ -11,6 +11,10 @@
 
 namespace vh {
 
+namespace {
+constexpr int kMaxDeadLayers = 8;
+}
+
 VHDriveController::VHDriveController(QObject* parent) : QObject(parent) {}
 
 VHDriveController::~VHDriveController() {
@@ -22,11 +26,13 @@ bool VHDriveController::start(const std::string& path, const std::string& option
     if (thread_.joinable()) return false;
     path_ = path;
     // No loop of ours runs, so a mount found here belongs to another process.
-    if (VHIsDeadMount(path)) {
+    // Killed clients may have left several, one above the other.
+    for (int layer = 0; layer < kMaxDeadLayers && VHIsDeadMount(path); ++layer) {
         VHLog(kLogMain,
               "Warning! Found dead filesystem on mountpoint %@. Unmounted using our force.", path);
         if (VHUnmountDrive(path, true) != 0) {
             VHLog(kLogMain, "Error! Our force was not enough to unmount dead filesystem. Sad.");
+            break;
         }
     }
     mkdir(path.c_str(), 0700);

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "lib/VHFormat.h"
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 
 namespace vh {
@@ -35,10 +36,11 @@ class OpenFilesHooks final : public VHOpenFilesHooks {
 void runLater(int delayMs, std::function<void()> work) {
     QCoreApplication* app = QCoreApplication::instance();
     if (!app) return;
-    QMetaObject::invokeMethod(app, [delayMs, work = std::move(work)] {
-        QTimer::singleShot(delayMs, QCoreApplication::instance(),
-                           [work] { QThreadPool::globalInstance()->start(work); });
-    });
+    QMetaObject::invokeMethod(app, VHHandOff([delayMs, work = std::move(work)] {
+                                  QTimer::singleShot(delayMs, QCoreApplication::instance(), [work] {
+                                      QThreadPool::globalInstance()->start(VHHandOff(work));
+                                  });
+                              }));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <QThread>
 #include <QThreadPool>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHHttpRedaction.h"
 #include "lib/VHHttpTransport.h"
 #include "lib/VHStrings.h"
@@ -63,12 +64,12 @@ NetworkThread& networkThread() {
 // Starts `request` on the network thread; `deliver` gets the response there.
 void startOnNetworkThread(VHHttpRequest request, std::function<void(VHHttpResponse)> deliver) {
     VHHttpMulti* multi = networkThread().multi();
-    QMetaObject::invokeMethod(
-        multi, [multi, request = std::move(request), deliver = std::move(deliver)]() mutable {
-            VHHttpMulti::Handlers handlers;
-            handlers.onFinished = std::move(deliver);
-            multi->start(request, std::move(handlers));
-        });
+    QMetaObject::invokeMethod(multi, VHHandOff([multi, request = std::move(request),
+                                                deliver = std::move(deliver)]() mutable {
+                                  VHHttpMulti::Handlers handlers;
+                                  handlers.onFinished = std::move(deliver);
+                                  multi->start(request, std::move(handlers));
+                              }));
 }
 
 }  // namespace
@@ -104,9 +105,9 @@ void VHHttp::sendAsync(VHHttpRequest request, QObject* context,
     startOnNetworkThread(
         std::move(request), [target, completion = std::move(completion)](VHHttpResponse response) {
             if (!target) return;
-            QMetaObject::invokeMethod(target.data(), [completion, response = std::move(response)] {
-                completion(response);
-            });
+            QMetaObject::invokeMethod(
+                target.data(),
+                VHHandOff([completion, response = std::move(response)] { completion(response); }));
         });
 }
 
@@ -114,7 +115,8 @@ void VHHttp::sendAsync(VHHttpRequest request, QThreadPool* pool,
                        std::function<void(VHHttpResponse)> completion) {
     startOnNetworkThread(
         std::move(request), [pool, completion = std::move(completion)](VHHttpResponse response) {
-            pool->start([completion, response = std::move(response)] { completion(response); });
+            pool->start(
+                VHHandOff([completion, response = std::move(response)] { completion(response); }));
         });
 }
 

@@ -1,6 +1,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHHttp.h"
 #include "lib/VHHttpTransport.h"
 
@@ -69,8 +70,8 @@ void VHHttpMulti::cancel(TransferId id) {
     // Removing a handle is not allowed inside libcurl's callbacks, which may be
     // on the stack now; a data callback of this transfer aborts it instead.
     transfer->exchange.onData = [](std::string_view) { return false; };
-    QMetaObject::invokeMethod(
-        this, [this, id] { removeTransfer(id); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, VHHandOff([this, id] { removeTransfer(id); }),
+                              Qt::QueuedConnection);
 }
 
 size_t VHHttpMulti::runningCount() const {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <future>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "store/VHDatabaseAccess.h"
 #include "store/VHDatabaseServerEffects.h"
@@ -206,7 +207,7 @@ void VHDatabase::finishPage(const std::shared_ptr<PageRun>& page, bool applied) 
     if (page->synchronous) {
         announce();
     } else {
-        effects_->start(announce);
+        effects_->start(VHHandOff(announce));
     }
 }
 

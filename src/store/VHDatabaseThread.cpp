@@ -1,5 +1,7 @@
 #include "store/VHDatabaseThread.h"
 
+#include "lib/VHHandOff.h"
+
 namespace vh {
 
 VHDatabaseThread::VHDatabaseThread() : context_(new QObject) {
@@ -19,11 +21,13 @@ void VHDatabaseThread::runBlocking(const std::function<void()>& fn) {
         fn();
         return;
     }
-    QMetaObject::invokeMethod(context_, fn, Qt::BlockingQueuedConnection);
+    VHHandOffBlocking(fn, [this](const std::function<void()>& job) {
+        QMetaObject::invokeMethod(context_, job, Qt::BlockingQueuedConnection);
+    });
 }
 
 void VHDatabaseThread::post(std::function<void()> fn) {
-    QMetaObject::invokeMethod(context_, std::move(fn), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(context_, VHHandOff(std::move(fn)), Qt::QueuedConnection);
 }
 
 }  // namespace vh

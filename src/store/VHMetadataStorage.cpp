@@ -6,6 +6,7 @@
 #include <QTimer>
 #include <filesystem>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPathUtils.h"
@@ -120,8 +121,9 @@ bool VHMetadataStorage::save() {
         // so that it comes after the requests queued before it.
         VHMutexLock lock(mutex_);
         if (saveTimer_) {
-            QMetaObject::invokeMethod(
-                saveTimer_, [timer = saveTimer_] { timer->stop(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(saveTimer_,
+                                      VHHandOff([timer = saveTimer_] { timer->stop(); }),
+                                      Qt::QueuedConnection);
         }
         list = snapshot();
     }
@@ -154,7 +156,7 @@ void VHMetadataStorage::saveDelayed() {
         return;
     }
     // A new request restarts the countdown, so a burst is written once.
-    QMetaObject::invokeMethod(timer, [timer] { timer->start(); });
+    QMetaObject::invokeMethod(timer, VHHandOff([timer] { timer->start(); }));
 }
 
 void VHMetadataStorage::clear() {
@@ -390,10 +392,10 @@ void VHMetadataStorage::removeFolderOfShare(const std::string& shareId) {
     if (!VHIsSafePathComponent(shareId)) return;
     std::string path = VHStoreHooks::cache().shareCachePath(shareId);
     if (path.empty()) return;
-    QThreadPool::globalInstance()->start([path] {
+    QThreadPool::globalInstance()->start(VHHandOff([path] {
         std::error_code ec;
         fs::remove_all(path, ec);
-    });
+    }));
 }
 
 // ---- Lookups ----------------------------------------------------------------

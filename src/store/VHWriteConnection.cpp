@@ -3,6 +3,7 @@
 #include <QThreadPool>
 #include <filesystem>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "store/VHDatabaseSchema.h"
 
@@ -108,7 +109,7 @@ void VHWriteConnection::checkpointWhenDue() {
     std::error_code ec;
     uintmax_t size = std::filesystem::file_size(path_ + "-wal", ec);
     if (ec || size < kCheckpointBytes || checkpointing_->exchange(true)) return;
-    QThreadPool::globalInstance()->start([path = path_, running = checkpointing_] {
+    QThreadPool::globalInstance()->start(VHHandOff([path = path_, running = checkpointing_] {
         // A passive checkpoint waits for nobody; the writer goes on meanwhile.
         VHSqlite db;
         if (!db.open(path, VHSqlite::Mode::ReadWrite) ||
@@ -117,7 +118,7 @@ void VHWriteConnection::checkpointWhenDue() {
         }
         db.close();
         running->store(false);
-    });
+    }));
 }
 
 void VHWriteConnection::endPage() {

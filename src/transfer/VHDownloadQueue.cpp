@@ -3,6 +3,7 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "store/VHDatabase.h"
@@ -64,8 +65,7 @@ void VHDownloadQueue::runThread() {
 
 void VHDownloadQueue::stopThread() {
     if (!thread_->isRunning()) return;
-    QMetaObject::invokeMethod(
-        context_, [this] { endThread(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(context_, VHHandOff([this] { endThread(); }), Qt::QueuedConnection);
     thread_->wait();
 }
 
@@ -73,7 +73,7 @@ void VHDownloadQueue::threadStarted() {
     scheduler_->start();
     QTimer::singleShot(kFirstChecksDelayMs, context_, [this] {
         performCheckDownloadsToDelete();
-        QThreadPool::globalInstance()->start([this] { checkAutomaticDownloads(); });
+        QThreadPool::globalInstance()->start(VHHandOff([this] { checkAutomaticDownloads(); }));
     });
 }
 
@@ -97,12 +97,12 @@ void VHDownloadQueue::scheduleCheckDownloads() {
     if (checkPending_.exchange(true)) return;
     QMetaObject::invokeMethod(
         context_,
-        [this] {
+        VHHandOff([this] {
             checkPending_ = false;
             if (!multi_) return;
             scheduler_->start();
             checkDownloads();
-        },
+        }),
         Qt::QueuedConnection);
 }
 

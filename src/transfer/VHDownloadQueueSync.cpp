@@ -2,6 +2,7 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include "lib/VHHandOff.h"
 #include "lib/VHSettings.h"
 #include "lib/VHStrings.h"
 #include "store/VHDatabase.h"
@@ -18,7 +19,7 @@ constexpr int64_t kHoursForZeroDays = 4;
 
 void VHDownloadQueue::checkAutomaticDownloads() {
     updateSyncedPathes();
-    QThreadPool::globalInstance()->start([this] {
+    QThreadPool::globalInstance()->start(VHHandOff([this] {
         VHDatabase& db = VHDatabase::database();
         std::vector<std::string> folders;
         for (const std::string& id : db.syncedFolders()) {
@@ -32,7 +33,7 @@ void VHDownloadQueue::checkAutomaticDownloads() {
         for (const std::string& folder : db.allSubfolderIds(folders)) {
             queueNotDownloaded(db.filesWithParent(folder));
         }
-    });
+    }));
 }
 
 void VHDownloadQueue::queueNotDownloaded(const std::vector<VHFile>& items) {
@@ -111,7 +112,7 @@ bool VHDownloadQueue::pathHasDownloads(const std::string& path) {
 }
 
 void VHDownloadQueue::performCheckDownloadsToDelete() {
-    QThreadPool::globalInstance()->start([this] { checkDownloadsToDelete(-1); });
+    QThreadPool::globalInstance()->start(VHHandOff([this] { checkDownloadsToDelete(-1); }));
     QTimer::singleShot(kExpiryPeriodMs, context_, [this] { performCheckDownloadsToDelete(); });
 }
 

@@ -29,7 +29,7 @@ class NetworkThread {
             multi_ = new VHHttpMulti;
             multi_->moveToThread(thread_);
             QObject::connect(thread_, &QThread::finished, multi_, &QObject::deleteLater);
-            thread_->start();
+            VHStartThread(*thread_);
         }
         return multi_;
     }
@@ -44,7 +44,7 @@ class NetworkThread {
         if (!thread) return;
         // Not under the lock: the thread's last events may still start requests.
         thread->quit();
-        thread->wait();
+        VHWaitForThread(*thread);
         delete thread;
     }
 

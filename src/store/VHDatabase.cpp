@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "lib/VHFatalError.h"
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPaths.h"
@@ -128,7 +129,7 @@ void VHDatabase::unload() {
         failAllPages();
         writer_->close();
     });
-    effects_->waitForDone();
+    VHWaitForPool(*effects_);
     clearAllPathCaches();
     storage_.save();
     VHMutexLock lock(pathMutex_);

@@ -8,12 +8,12 @@ VHDatabaseThread::VHDatabaseThread() : context_(new QObject) {
     thread_.setObjectName("database");
     context_->moveToThread(&thread_);
     QObject::connect(&thread_, &QThread::finished, context_, &QObject::deleteLater);
-    thread_.start();
+    VHStartThread(thread_);
 }
 
 VHDatabaseThread::~VHDatabaseThread() {
     thread_.quit();
-    thread_.wait();
+    VHWaitForThread(thread_);
 }
 
 void VHDatabaseThread::runBlocking(const std::function<void()>& fn) {

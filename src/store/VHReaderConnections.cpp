@@ -1,5 +1,6 @@
 #include "store/VHReaderConnections.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -7,12 +8,12 @@
 
 namespace vh {
 
-// This thread's slots, one per registry; each is given back when the thread
+// This thread's slots, one per registry; each is abandoned when the thread
 // ends.
 class VHReaderConnections::ThreadSlots {
   public:
     ~ThreadSlots() {
-        for (auto& [owner, slot] : mine_) owner->forget(slot);
+        for (auto& entry : mine_) entry.second->abandoned.store(true, std::memory_order_release);
     }
     std::shared_ptr<Slot>& of(VHReaderConnections* owner) {
         for (auto& [known, slot] : mine_) {
@@ -47,7 +48,9 @@ void VHReaderConnections::close() {
 
 size_t VHReaderConnections::slotCount() const {
     VHMutexLock lock(mutex_);
-    return slots_.size();
+    return std::count_if(slots_.begin(), slots_.end(), [](const std::shared_ptr<Slot>& slot) {
+        return !slot->abandoned.load(std::memory_order_acquire);
+    });
 }
 
 std::shared_ptr<VHReaderConnections::Slot> VHReaderConnections::slotOfThisThread() {
@@ -56,14 +59,12 @@ std::shared_ptr<VHReaderConnections::Slot> VHReaderConnections::slotOfThisThread
     if (!slot) {
         slot = std::make_shared<Slot>();
         VHMutexLock lock(mutex_);
+        std::erase_if(slots_, [](const std::shared_ptr<Slot>& held) {
+            return held->abandoned.load(std::memory_order_acquire);
+        });
         slots_.insert(slot);
     }
     return slot;
-}
-
-void VHReaderConnections::forget(const std::shared_ptr<Slot>& slot) {
-    VHMutexLock lock(mutex_);
-    slots_.erase(slot);
 }
 
 VHReaderConnections::Target VHReaderConnections::target() const {

@@ -5,13 +5,15 @@
 // A connection is opened on a thread's first read. close() closes them all (a
 // connection in use is closed as soon as its read is over) and makes later
 // reads open new ones to the path of the next open(). A thread's connection
-// is dropped when the thread ends (FUSE threads come and go).
+// is dropped after the thread ends (FUSE threads come and go): its slot is
+// marked abandoned, and the next thread that takes a slot closes it.
 //
 // Thread-safe. Lock order: a slot's lock and the registry's lock are never
 // held together. The registry must outlive every thread that read through it
 // (the store's is never destroyed).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -42,6 +44,9 @@ class VHReaderConnections {
         VHMutex mutex;
         VHSqlite connection VH_GUARDED_BY(mutex);
         uint64_t generation VH_GUARDED_BY(mutex) = 0;
+        // Set by the thread's end; the thread may outlive the registry, so it
+        // touches nothing else of it.
+        std::atomic<bool> abandoned = false;
     };
     struct Target {
         uint64_t generation;
@@ -50,7 +55,6 @@ class VHReaderConnections {
     class ThreadSlots;
 
     std::shared_ptr<Slot> slotOfThisThread() VH_EXCLUDES(mutex_);
-    void forget(const std::shared_ptr<Slot>& slot) VH_EXCLUDES(mutex_);
     Target target() const VH_EXCLUDES(mutex_);
     static VHSqlite* connect(Slot& slot, const Target& target) VH_REQUIRES(slot.mutex);
 

@@ -38,7 +38,7 @@ void VHDownloadQueue::resetForTests() {
     if (!queue) return;
     queue->stopThread();
     // Background scans of synchronized folders and expiry hold `queue`.
-    QThreadPool::globalInstance()->waitForDone();
+    VHWaitForPool(*QThreadPool::globalInstance());
     delete queue;
 }
 
@@ -60,13 +60,13 @@ VHDownloadQueue::~VHDownloadQueue() {
 }
 
 void VHDownloadQueue::runThread() {
-    std::call_once(started_, [this] { thread_->start(); });
+    std::call_once(started_, [this] { VHStartThread(*thread_); });
 }
 
 void VHDownloadQueue::stopThread() {
     if (!thread_->isRunning()) return;
     QMetaObject::invokeMethod(context_, VHHandOff([this] { endThread(); }), Qt::QueuedConnection);
-    thread_->wait();
+    VHWaitForThread(*thread_);
 }
 
 void VHDownloadQueue::threadStarted() {

@@ -12,6 +12,7 @@
 #include <initializer_list>
 
 #include "lib/VHFatalError.h"
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPathUtils.h"
@@ -169,7 +170,7 @@ VHFileCache::VHFileCache(const std::string& root) {
 VHFileCache::~VHFileCache() {
     if (&VHStoreHooks::cache() == this) VHStoreHooks::setCache(nullptr);
     sweepThread_->quit();
-    sweepThread_->wait();
+    VHWaitForThread(*sweepThread_);
     // Under the lock, so that the sweep's last run visibly comes first.
     VHMutexLock lock(mutex_);
     cacheItems_.clear();
@@ -196,7 +197,7 @@ void VHFileCache::startExpirySweep() {
     QObject::connect(timer, &QTimer::timeout, timer, [this] { checkExpiredCaches(); });
     QObject::connect(sweepThread_.get(), &QThread::started, timer, [timer] { timer->start(); });
     QObject::connect(sweepThread_.get(), &QThread::finished, timer, &QObject::deleteLater);
-    sweepThread_->start();
+    VHStartThread(*sweepThread_);
 }
 
 void VHFileCache::checkExpiredCaches() {

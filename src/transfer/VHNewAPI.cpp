@@ -60,4 +60,40 @@ std::optional<VHHttpRequest> VHNewAPI::newApiDownloadRequestForFile(const VHFile
     return request;
 }
 
+std::optional<VHHttpRequest> VHNewAPI::newApiUploadRequestForEvent(
+    const VHNewAPIJournalEvent& event, const UserDomain& domain, const ManagedShare& share) {
+    const std::string gateway = share.GateWayUrl.value_or("");
+    std::string item;
+    if (event.VhVirtualFile) item = event.VhVirtualFile->InternalName.value_or("");
+    bool create = event.ClientJournalEventType == kEventCreate;
+    if (!isHostSuffix(gateway) || !VHIsSafePathComponent(share.shareId()) ||
+        (!create && !VHIsSafePathComponent(item))) {
+        VHLog(kLogMain,
+              "Warning! No event request of type %d: gateway \"%@\", share \"%@\" or internal "
+              "name \"%@\" is missing or unsafe.",
+              event.ClientJournalEventType, gateway, share.shareId(), item);
+        return std::nullopt;
+    }
+    std::string url = VHFormat("https://filecache01.%@/api/shares/%@/files", gateway,
+                               VHEscapeURLValue(share.shareId()));
+    std::string method = "POST";
+    if (!create) {
+        url += "/" + VHEscapeURLValue(item);
+        method = event.ClientJournalEventType == kEventDelete ? "DELETE" : "PUT";
+    }
+    return newApiRequestForURL(url, domain, method, VHRecordToJson(event));
+}
+
+std::optional<VHHttpRequest> VHNewAPI::newApiCreateLinkRequest(const VHNewAPICreatePublicLink& link,
+                                                               const UserDomain& domain) {
+    const std::string url = domain.Domain ? domain.Domain->Url.value_or("") : "";
+    if (!isHostSuffix(url)) {
+        VHLog(kLogMain, "Warning! No public link request: domain url \"%@\" is missing or unsafe.",
+              url);
+        return std::nullopt;
+    }
+    return newApiRequestForURL(VHFormat("https://clientgateway.%@/api/publiclinks", url), domain,
+                               "POST", VHRecordToJson(link));
+}
+
 }  // namespace vh

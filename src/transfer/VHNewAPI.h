@@ -10,6 +10,7 @@
 #include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
 #include "transfer/VHByteRange.h"
+#include "transfer/VHNewAPIRecords.h"
 
 namespace vh {
 
@@ -33,6 +34,18 @@ class VHNewAPI {
                                                                      VHByteRange range,
                                                                      const ManagedShare& share,
                                                                      const UserDomain& domain);
+
+    // The request that posts a journal event: a create (0) is POSTed to the
+    // share's files, a delete (1) is a DELETE of the item, every other type a
+    // PUT to it; the body is the event. Nothing (and a log line) when the
+    // gateway, the share id or the item's internal name is missing or unsafe.
+    static std::optional<VHHttpRequest> newApiUploadRequestForEvent(
+        const VHNewAPIJournalEvent& event, const UserDomain& domain, const ManagedShare& share);
+
+    // The POST of a public-link request to the domain's client gateway;
+    // nothing when the domain's Url is missing or unsafe.
+    static std::optional<VHHttpRequest> newApiCreateLinkRequest(
+        const VHNewAPICreatePublicLink& link, const UserDomain& domain);
 };
 
 }  // namespace vh

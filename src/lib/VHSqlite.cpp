@@ -120,7 +120,7 @@ VHSqliteStatement* VHSqlite::prepare(const std::string& sql,
             sqlite3_finalize(stmt);
             return nullptr;
         }
-        std::unique_ptr<VHSqliteStatement> statement(new VHSqliteStatement(db_, stmt));
+        std::unique_ptr<VHSqliteStatement> statement(new VHSqliteStatement(stmt));
         it = cache_.emplace(sql, std::move(statement)).first;
     }
     return it->second->bindAll(values) ? it->second.get() : nullptr;

@@ -45,8 +45,7 @@ class VHSqliteStatement {
 
   private:
     friend class VHSqlite;
-    VHSqliteStatement(sqlite3* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
-    sqlite3* db_;
+    explicit VHSqliteStatement(sqlite3_stmt* stmt) : stmt_(stmt) {}
     sqlite3_stmt* stmt_;
 };
 

@@ -89,7 +89,8 @@ TEST_F(EmulatorFileApi, CreatesFoldersAndEmptyFilesAtOnce) {
     ASSERT_EQ(file.status, 201) << file.body;
     std::string uploadName =
         file.json()["Data"]["ClientJournalEvent"]["VhVirtualFile"]["UploadName"];
-    EXPECT_EQ(VHInternalName(emulator, "team", "/New Folder/empty.txt"), empty["InternalName"]);
+    EXPECT_EQ(VHInternalName(emulator, "team", "/New Folder/empty.txt"),
+              empty["InternalName"].get<std::string>());
     VHEmulatorReply bytes = read(uploadName, "");
     EXPECT_EQ(bytes.status, 200);
     EXPECT_TRUE(bytes.body.empty());

@@ -354,7 +354,8 @@ TEST_F(EmulatorFileApi, SizesAndTicksOutsideTheExactRangeAreRefused) {
 TEST_F(EmulatorFileApi, SubfolderShareWritesIntoItsFolder) {
     json file = newItem("from-alice.txt", true, 0, "sub");
     ASSERT_EQ(VHSendEvent(emulator, alice, "sub", 0, file).status, 201);
-    EXPECT_EQ(VHInternalName(emulator, "archive", "/Shared/from-alice.txt"), file["InternalName"]);
+    EXPECT_EQ(VHInternalName(emulator, "archive", "/Shared/from-alice.txt"),
+              file["InternalName"].get<std::string>());
     // Items outside the folder are out of reach.
     json outside = {{"InternalName", VHInternalName(emulator, "archive", "/outside.txt")}};
     EXPECT_EQ(VHSendEvent(emulator, alice, "sub", 1, outside).json()["Code"], 17);

@@ -110,7 +110,7 @@ TEST_F(VHClientReadTest, EveryFileOfAShareReadsAsTheServiceHasIt) {
         std::string path = item.at("path");
         std::string bytes = readWhole(share("Team Documents") + path);
         EXPECT_EQ(bytes.size(), item.at("size").get<size_t>()) << path;
-        EXPECT_EQ(sha256Hex(bytes), item.at("sha256")) << path;
+        EXPECT_EQ(sha256Hex(bytes), item.at("sha256").get<std::string>()) << path;
         ++files;
     }
     EXPECT_GE(files, 5) << tree.dump();

@@ -203,14 +203,14 @@ TEST_F(VHClientReadTest, ACompletedFileMovesIntoTheShareFolderAndIsReadWithoutRe
     std::string partial = VHCurrentTestHome() + "/.local/share/Varnholt/Downloads/" +
                           item.at("internalName").get<std::string>();
     std::string bytes = readWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin");
-    EXPECT_EQ(sha256Hex(bytes), item.at("sha256"));
+    EXPECT_EQ(sha256Hex(bytes), item.at("sha256").get<std::string>());
     ASSERT_TRUE(client_.waitFor([&] { return fs::exists(complete); }, 30s));
     EXPECT_FALSE(fs::exists(partial));
 
     int64_t before = lastRequestSeq(emulator_);
     dropKernelCaches();
     EXPECT_EQ(sha256Hex(readWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin")),
-              item.at("sha256"));
+              item.at("sha256").get<std::string>());
     EXPECT_TRUE(rangesRequested(emulator_, item.at("uploadName"), before).empty());
 }
 

@@ -9,6 +9,7 @@
 #include "drive/VHFuseAttributes.h"
 #include "drive/VHFuseFileData.h"
 #include "drive/VHFuseGuard.h"
+#include "drive/VHFuseMount.h"
 #include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHPathUtils.h"
@@ -69,8 +70,7 @@ int open(const std::string& path, struct fuse_file_info* fi) {
         VHLog(kLogDrive, "error --> %s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
         return -ENOENT;
     }
-    struct fuse_context* context = fuse_get_context();
-    auto handle = std::make_unique<VHFuseFileData>(fi->flags, -1, context ? context->pid : -1);
+    auto handle = std::make_unique<VHFuseFileData>(fi->flags, -1, VHFuseCallerPid());
     handle->setFileId(file->internalName);
     VHStoreHooks::setOpenFiles(&VHFuseFileData::hooks());
     bool truncates = (fi->flags & O_TRUNC) && (fi->flags & O_ACCMODE) != O_RDONLY;
@@ -201,6 +201,19 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
     return ::fallocate(fd, mode, offset, length) == 0 ? 0 : -errno;
 }
 
+// Closes the handle and, when it changed the file, marks the file for upload.
+void closeFileData(VHFuseFileData* handle) {
+    std::string id = handle->fileId();
+    bool modified = handle->modified();
+    VHDatabase& db = VHDatabase::database();
+    auto file = id.empty() ? std::nullopt : db.fileWithId(id);
+    delete handle;  // closes it
+    if (file && modified && file->status != kStatusSynchronized) {
+        VHFuseFileData::fileWasModified(*file);
+        db.markFileUpdated(*file);
+    }
+}
+
 int release(const char* rawPath, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%s", "varnholt_release", rawPath ? rawPath : "");
     VHFuseHandle* opened = VHFuseHandle::from(fi);
@@ -214,20 +227,16 @@ int release(const char* rawPath, struct fuse_file_info* fi) {
         VHLog(kLogDrive, "%s:%s : empty userData.", "varnholt_release", rawPath ? rawPath : "");
         return 0;
     }
-    std::string id = handle->fileId();
-    bool modified = handle->modified();
-    VHDatabase& db = VHDatabase::database();
-    auto file = id.empty() ? std::nullopt : db.fileWithId(id);
-    delete handle;  // closes it
-    if (file && modified && file->status != kStatusSynchronized) {
-        VHFuseFileData::fileWasModified(*file);
-        db.markFileUpdated(*file);
-    }
+    closeFileData(handle);
     VHLog(kLogDrive, "%s:%s : userData released.", "varnholt_release", rawPath ? rawPath : "");
     return 0;
 }
 
 }  // namespace
+
+void VHCloseFilesLeftOpen() {
+    for (VHFuseFileData* handle : VHFuseFileData::openedFiles()) closeFileData(handle);
+}
 
 int varnholt_open(const char* path, struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] { return open(finalPath(path ? path : "/"), fi); });

@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "drive/VHDriveEvents.h"
+#include "drive/VHFuseFileIO.h"
 #include "drive/VHFuseOperations.h"
 #include "lib/VHLog.h"
 #include "lib/VHThreadSafety.h"
@@ -88,6 +89,7 @@ int serve(struct fuse_args* args, const std::string& mountPoint) {
         fuse_unmount(fuse);
     }
     fuse_destroy(fuse);
+    VHCloseFilesLeftOpen();
     return result;
 }
 
@@ -137,6 +139,15 @@ int VHUnmountDrive(const std::string& mountPath, bool lazy) {
     if (geteuid() == 0) return umount2(mountPath.c_str(), lazy ? MNT_DETACH : 0) == 0 ? 0 : errno;
     // fusermount3 reports no errno; its failures are nearly always "busy".
     return runFusermount({lazy ? "-uz" : "-u", mountPath}) ? 0 : EBUSY;
+}
+
+int VHFuseCallerPid() {
+    {
+        VHMutexLock lock(gFuseMutex);
+        if (!gFuse) return -1;
+    }
+    struct fuse_context* context = fuse_get_context();
+    return context ? context->pid : -1;
 }
 
 bool VHIsDeadMount(const std::string& path) {

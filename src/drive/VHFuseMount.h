@@ -41,4 +41,8 @@ bool VHIsDeadMount(const std::string& path);
 // that the next lookup asks the drive again. Nothing when not mounted.
 void VHInvalidateDrivePaths(const std::vector<std::string>& drivePaths);
 
+// The process on whose behalf the current callback runs; -1 outside a
+// callback of a running drive (libfuse's context exists only inside one).
+int VHFuseCallerPid();
+
 }  // namespace vh

@@ -171,6 +171,7 @@ VHFileCache::~VHFileCache() {
     if (&VHStoreHooks::cache() == this) VHStoreHooks::setCache(nullptr);
     sweepThread_->quit();
     VHWaitForThread(*sweepThread_);
+    delete sweepTimer_;
     // Under the lock, so that the sweep's last run visibly comes first.
     VHMutexLock lock(mutex_);
     cacheItems_.clear();
@@ -192,11 +193,15 @@ void VHFileCache::startExpirySweep() {
     sweepThread_ = std::make_unique<QThread>();
     sweepThread_->setObjectName("VHFileCacheSweep");
     auto* timer = new QTimer;
+    sweepTimer_ = timer;
     timer->setInterval(kSweepIntervalMs);
     timer->moveToThread(sweepThread_.get());
     QObject::connect(timer, &QTimer::timeout, timer, [this] { checkExpiredCaches(); });
     QObject::connect(sweepThread_.get(), &QThread::started, timer, [timer] { timer->start(); });
-    QObject::connect(sweepThread_.get(), &QThread::finished, timer, &QObject::deleteLater);
+    // Stopped on its own thread as it ends; deleted by the destructor.
+    QObject::connect(
+        sweepThread_.get(), &QThread::finished, sweepThread_.get(), [timer] { timer->stop(); },
+        Qt::DirectConnection);
     VHStartThread(*sweepThread_);
 }
 

@@ -27,6 +27,8 @@
 #include <string_view>
 #include <unordered_map>
 
+class QTimer;
+
 #include "lib/VHThreadSafety.h"
 #include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
@@ -141,6 +143,8 @@ class VHFileCache final : public VHCacheFiles {
 
     // Runs the 5-second expiry timer; stopped by the destructor.
     std::unique_ptr<QThread> sweepThread_;
+    // Lives on the sweep thread; deleted after it has ended.
+    QTimer* sweepTimer_ = nullptr;
 };
 
 }  // namespace vh

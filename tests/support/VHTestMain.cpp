@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <memory>
 
+#include "lib/VHHttp.h"
 #include "support/VHTestHome.h"
 
 namespace {
@@ -23,5 +24,7 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     QCoreApplication app(argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new PrivateHomePerTest);
-    return RUN_ALL_TESTS();
+    int result = RUN_ALL_TESTS();
+    vh::VHHttp::shutdown();
+    return result;
 }

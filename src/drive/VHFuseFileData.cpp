@@ -17,7 +17,11 @@ namespace {
 
 // The class lock and what it guards.
 VHMutex gTableMutex;
-std::vector<VHFuseFileData*> gOpenedFiles VH_GUARDED_BY(gTableMutex);
+// Never destroyed: handles that the kernel did not release before the loop
+// ended (libfuse cancels callbacks in progress, which may still hold them)
+// stay reachable until the process exits.
+std::vector<VHFuseFileData*>& gOpenedFiles VH_GUARDED_BY(gTableMutex) =
+    *new std::vector<VHFuseFileData*>;
 std::map<std::string, VHDate> gFileModifications VH_GUARDED_BY(gTableMutex);
 bool gUpdateCheckScheduled VH_GUARDED_BY(gTableMutex) = false;
 

@@ -234,10 +234,6 @@ int release(const char* rawPath, struct fuse_file_info* fi) {
 
 }  // namespace
 
-void VHCloseFilesLeftOpen() {
-    for (VHFuseFileData* handle : VHFuseFileData::openedFiles()) closeFileData(handle);
-}
-
 int varnholt_open(const char* path, struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] { return open(finalPath(path ? path : "/"), fi); });
 }

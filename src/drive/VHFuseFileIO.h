@@ -25,9 +25,4 @@ int varnholt_fsync(const char* path, int dataOnly, struct fuse_file_info* fi);  
 int varnholt_fallocate(const char* path, int mode, off_t offset, off_t length,
                        struct fuse_file_info* fi);
 
-// Closes the handles that the kernel will never release because the drive's
-// loop has ended (an unmount while files were open); changes they made are
-// marked for upload as a release would. Only once no callback runs.
-void VHCloseFilesLeftOpen();
-
 }  // namespace vh

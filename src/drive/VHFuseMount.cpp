@@ -11,7 +11,6 @@
 #include <cerrno>
 
 #include "drive/VHDriveEvents.h"
-#include "drive/VHFuseFileIO.h"
 #include "drive/VHFuseOperations.h"
 #include "lib/VHLog.h"
 #include "lib/VHThreadSafety.h"
@@ -89,7 +88,6 @@ int serve(struct fuse_args* args, const std::string& mountPoint) {
         fuse_unmount(fuse);
     }
     fuse_destroy(fuse);
-    VHCloseFilesLeftOpen();
     return result;
 }
 

@@ -24,9 +24,7 @@ const std::string kComposed = "caf\xc3\xa9.txt";
 const std::string kDecomposed = "cafe\xcc\x81.txt";
 
 json seed() {
-    auto text = [](const std::string& path, const char* text) {
-        return json{{"action", "writeFile"}, {"path", path}, {"text", text}};
-    };
+    auto text = VHWriteTextAction;
     json actions = {text("/..foo", "two dots"),
                     text("/...", "three dots"),
                     text("/.profile", "one dot"),
@@ -34,18 +32,7 @@ json seed() {
                     text("/" + kComposed, "composed"),
                     text("/" + kDecomposed, "decomposed"),
                     {{"action", "writeFile"}, {"path", "/big.bin"}, {"size", 600000}, {"seed", 5}}};
-    return {{"globalHost", "global.varnholt.test"},
-            {"domains", {{{"url", "d1.varnholt.test"}}}},
-            {"users",
-             {{{"email", "a@varnholt.test"},
-               {"password", "pw"},
-               {"primaryDomain", "d1.varnholt.test"}}}},
-            {"shares",
-             {{{"shareId", "team"},
-               {"name", "Team"},
-               {"domain", "d1.varnholt.test"},
-               {"owner", "a@varnholt.test"},
-               {"actions", actions}}}}};
+    return VHTeamSeed(actions);
 }
 
 class VHDriveContentTest : public testing::Test {

@@ -32,9 +32,7 @@ namespace fs = std::filesystem;
 constexpr size_t kBatchSize = 200000;
 
 json seed() {
-    auto text = [](const char* path, const char* text) {
-        return json{{"action", "writeFile"}, {"path", path}, {"text", text}};
-    };
+    auto text = VHWriteTextAction;
     auto bytes = [](const std::string& path, size_t size, int seed) {
         return json{{"action", "writeFile"}, {"path", path}, {"size", size}, {"seed", seed}};
     };
@@ -45,18 +43,7 @@ json seed() {
     for (int i = 1; i <= 7; ++i) {
         actions.push_back(bytes("/batch/f" + std::to_string(i) + ".bin", kBatchSize, i));
     }
-    return {{"globalHost", "global.varnholt.test"},
-            {"domains", {{{"url", "d1.varnholt.test"}}}},
-            {"users",
-             {{{"email", "a@varnholt.test"},
-               {"password", "pw"},
-               {"primaryDomain", "d1.varnholt.test"}}}},
-            {"shares",
-             {{{"shareId", "team"},
-               {"name", "Team"},
-               {"domain", "d1.varnholt.test"},
-               {"owner", "a@varnholt.test"},
-               {"actions", actions}}}}};
+    return VHTeamSeed(actions);
 }
 
 // The queue's signals as "s name", "p bytes" and "f name error", in order.

@@ -24,26 +24,14 @@ using nlohmann::json;
 using namespace std::chrono_literals;
 
 json seed() {
-    auto text = [](const char* path, const char* text) {
-        return json{{"action", "writeFile"}, {"path", path}, {"text", text}};
-    };
-    return {
-        {"globalHost", "global.varnholt.test"},
-        {"domains", {{{"url", "d1.varnholt.test"}}}},
-        {"users",
-         {{{"email", "a@varnholt.test"}, {"password", "pw"}, {"primaryDomain", "d1.varnholt.test"}},
-          {{"email", "b@varnholt.test"},
-           {"password", "pw"},
-           {"primaryDomain", "d1.varnholt.test"}}}},
-        {"shares",
-         {{{"shareId", "team"},
-           {"name", "Team"},
-           {"domain", "d1.varnholt.test"},
-           {"owner", "a@varnholt.test"},
-           {"acl", {{{"email", "b@varnholt.test"}, {"aclType", 1}}}},
-           {"actions",
-            {text("/readme.txt", "hello world"), text("/other.txt", "outside"),
-             text("/held.txt", "held"), text("/gone.txt", "gone"), text("/free.txt", "free")}}}}}};
+    auto text = VHWriteTextAction;
+    json seed = VHTeamSeed({text("/readme.txt", "hello world"), text("/other.txt", "outside"),
+                            text("/held.txt", "held"), text("/gone.txt", "gone"),
+                            text("/free.txt", "free")});
+    seed["users"].push_back(
+        {{"email", "b@varnholt.test"}, {"password", "pw"}, {"primaryDomain", "d1.varnholt.test"}});
+    seed["shares"][0]["acl"] = json::array({{{"email", "b@varnholt.test"}, {"aclType", 1}}});
+    return seed;
 }
 
 std::string randomBytes(size_t size, unsigned seed) {

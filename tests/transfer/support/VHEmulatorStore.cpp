@@ -64,4 +64,24 @@ bool VHFillStoreFromEmulator(const VHEmulatorProcess& emulator, const std::strin
     return true;
 }
 
+nlohmann::json VHTeamSeed(const nlohmann::json& actions) {
+    using nlohmann::json;
+    return {{"globalHost", "global.varnholt.test"},
+            {"domains", {{{"url", "d1.varnholt.test"}}}},
+            {"users",
+             {{{"email", "a@varnholt.test"},
+               {"password", "pw"},
+               {"primaryDomain", "d1.varnholt.test"}}}},
+            {"shares",
+             {{{"shareId", "team"},
+               {"name", "Team"},
+               {"domain", "d1.varnholt.test"},
+               {"owner", "a@varnholt.test"},
+               {"actions", actions}}}}};
+}
+
+nlohmann::json VHWriteTextAction(const std::string& path, const std::string& text) {
+    return {{"action", "writeFile"}, {"path", path}, {"text", text}};
+}
+
 }  // namespace vh::test

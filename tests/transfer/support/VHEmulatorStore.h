@@ -3,6 +3,7 @@
 // user domains of that global login for the transfer layer's requests.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
@@ -29,5 +30,11 @@ class VHEmulatorDomains final : public VHTransferHooks {
 // every share it can reach. False (with a test failure) when any step fails.
 bool VHFillStoreFromEmulator(const VHEmulatorProcess& emulator, const std::string& email,
                              const std::string& password, VHEmulatorDomains& domains);
+
+// An emulator seed of one domain, the user "a@varnholt.test" (password "pw")
+// and the share "team" ("Team") that `actions` fill.
+nlohmann::json VHTeamSeed(const nlohmann::json& actions);
+// A seed action writing `text` at `path`.
+nlohmann::json VHWriteTextAction(const std::string& path, const std::string& text);
 
 }  // namespace vh::test

@@ -56,32 +56,13 @@ struct VHNewAPIJournalEvent {
     }
 };
 
-// The event as the service recorded it; every key optional, since answers
-// carry what they carry.
+// What the client reads of the event the service recorded: the item as it
+// now stands there (answers may leave it out).
 struct VHNewAPIRecordedEvent {
-    std::optional<std::string> TransmitId;
-    std::optional<std::string> UserOrigin;
-    std::optional<int32_t> ClientJournalEventType;
     std::optional<VHVirtualFile> VhVirtualFile;
-    std::optional<std::string> DeviceId;
-    std::optional<std::string> ShareId;
-    std::optional<uint64_t> ShareTick;
-    std::optional<int64_t> TransmitCounter;
-    std::optional<VHDate> TransmitTimeout;
-    std::optional<uint64_t> CreateTick;
 
     static auto jsonKeys() {
-        using R = VHNewAPIRecordedEvent;
-        return std::tuple{VHKey{"TransmitId", &R::TransmitId},
-                          VHKey{"UserOrigin", &R::UserOrigin},
-                          VHKey{"ClientJournalEventType", &R::ClientJournalEventType},
-                          VHKey{"VhVirtualFile", &R::VhVirtualFile},
-                          VHKey{"DeviceId", &R::DeviceId},
-                          VHKey{"ShareId", &R::ShareId},
-                          VHKey{"ShareTick", &R::ShareTick},
-                          VHKey{"TransmitCounter", &R::TransmitCounter},
-                          VHKey{"TransmitTimeout", &R::TransmitTimeout},
-                          VHKey{"CreateTick", &R::CreateTick}};
+        return std::tuple{VHKey{"VhVirtualFile", &VHNewAPIRecordedEvent::VhVirtualFile}};
     }
 };
 

@@ -12,6 +12,7 @@
 #include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
 #include "lib/VHHttp.h"
+#include "service/VHConnector.h"
 #include "transfer/VHDownloadQueue.h"
 
 namespace {
@@ -37,6 +38,7 @@ int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
         _exit(code);
     }
     delegate.releaseInstanceLock();
+    vh::VHConnector::defaultConnector().waitForOperations();
     vh::VHDownloadQueue::downloadQueue().stopThread();
     vh::VHHttp::shutdown();
     return code;

@@ -4,6 +4,7 @@
 
 #include "lib/VHAppInfo.h"
 #include "lib/VHFormat.h"
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "lib/VHSettings.h"
 #include "service/VHCredentialStore.h"
@@ -64,6 +65,11 @@ VHConnector::VHConnector()
 
 VHConnector::~VHConnector() {
     VHTransferHooks::set(nullptr);
+}
+
+void VHConnector::waitForOperations() {
+    VHWaitForPool(*loginOperationQueue_);
+    VHWaitForPool(*catchupOperationQueue_);
 }
 
 void VHConnector::onMain(std::function<void()> work) {

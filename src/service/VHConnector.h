@@ -59,6 +59,9 @@ class VHConnector : public QObject {
 
     // Starts the download and upload workers.
     void startup();
+    // Waits for the sign-in and catch-up requests under way and their
+    // answers; the process must not end under them. Any thread but theirs.
+    void waitForOperations();
 
     // ---- Credentials (keychain through the Secret Service, else a 0600 file) --
     // Main thread. The first use picks the store; a Secret Service call waits

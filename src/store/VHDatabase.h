@@ -346,7 +346,8 @@ class VHDatabase {
     // becomes the share's journal position when it commits. `done(applied)`
     // runs afterwards on the effects thread with no lock of the store held;
     // it must not block (post the follow-up elsewhere). A page that failed
-    // leaves the position where it was.
+    // leaves the position where it was. Once termination has begun a page is
+    // refused at once: `done(false)` runs on the caller's thread.
     void applyCatchUpPage(OSXCatchUpResponse page, ManagedShare share,
                           std::function<void(bool applied)> done);
     // The same, blocking until it is over; whether it was applied.

@@ -38,6 +38,11 @@ struct VHDatabase::PageRun {
 
 void VHDatabase::applyCatchUpPage(OSXCatchUpResponse page, ManagedShare share,
                                   std::function<void(bool applied)> done) {
+    // Its answer would come while the store is unloaded and the process ends.
+    if (terminating()) {
+        if (done) done(false);
+        return;
+    }
     std::shared_ptr<PageRun> run =
         newPage(std::move(page.VhVirtualFiles).value_or(std::vector<VHVirtualFile>{}), share,
                 page.LargestTick, std::move(done));

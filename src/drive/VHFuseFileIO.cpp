@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "drive/VHFuseAttributes.h"
+#include "drive/VHFuseDownloadingWrite.h"
 #include "drive/VHFuseFileData.h"
 #include "drive/VHFuseGuard.h"
 #include "drive/VHFuseMount.h"
@@ -16,6 +17,7 @@
 #include "store/VHDatabase.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHFileCache.h"
+#include "transfer/VHUploadQueue.h"
 
 namespace vh {
 
@@ -35,6 +37,18 @@ int cacheOpenFlags(int flags) {
     return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY)) | O_CLOEXEC;
 }
 
+// Bytes reached the cache copy. The upload queue hears of it before the store
+// records the new size and time, so an upload still sending the old contents
+// is never confirmed as the new ones.
+void recordWrite(VHFuseFileData& handle, VHFile& file, std::optional<uint64_t> newSize) {
+    handle.markWritten();
+    file.modifyTime = VHDate::now();
+    if (newSize) file.fileSize = *newSize;
+    VHUploadQueue::uploadQueue().noteContentChanged(file.internalName);
+    VHFuseFileData::fileWasModified(file);
+    VHDatabase::database().markFileUpdated(file);
+}
+
 // The kernel leaves O_TRUNC to the open: the cache copy (made when missing)
 // and the record become empty, as after a write of nothing. 0 or -errno.
 int truncateOnOpen(VHFuseFileData& handle, VHFile& file) {
@@ -46,11 +60,7 @@ int truncateOnOpen(VHFuseFileData& handle, VHFile& file) {
     });
     if (fd < 0) return fd;
     if (ftruncate(fd, 0) != 0) return -errno;
-    handle.markWritten();
-    file.modifyTime = VHDate::now();
-    file.fileSize = 0;
-    VHFuseFileData::fileWasModified(file);
-    VHDatabase::database().markFileUpdated(file);
+    recordWrite(handle, file, 0);
     return 0;
 }
 
@@ -168,9 +178,12 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
         VHLog(kLogDrive, "%s:%@ no userData!", "varnholt_write", path);
         return -ENOENT;
     }
-    VHDatabase& db = VHDatabase::database();
-    auto file = db.fileWithId(handle->fileId());
+    auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file) return -EACCES;
+    if (auto result = VHWriteWhileDownloading(*file, buffer, size, offset, path)) {
+        if (*result > 0) recordWrite(*handle, *file, std::nullopt);
+        return *result;
+    }
     VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;
@@ -180,11 +193,8 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
         return -errno;
     }
     off_t end = lseek(fd, 0, SEEK_END);
-    handle->markWritten();
-    file->modifyTime = VHDate::now();
-    if (end >= 0) file->fileSize = static_cast<uint64_t>(end);
-    VHFuseFileData::fileWasModified(*file);
-    db.markFileUpdated(*file);
+    recordWrite(*handle, *file,
+                end >= 0 ? std::optional(static_cast<uint64_t>(end)) : std::nullopt);
     return static_cast<int>(written);
 }
 

@@ -323,6 +323,28 @@ void VHFileCache::addChunk(std::string_view data, uint64_t location, const VHFil
     VHStoreHooks::app().refreshFileInFinder(file);
 }
 
+VHFileCache::PrefixWrite VHFileCache::writeIntoPrefix(std::string_view data, uint64_t offset,
+                                                      const VHFile& file, int& error) {
+    if (!safeNames({file.shareId, file.internalName})) return PrefixWrite::kNotPresent;
+    VHMutexLock lock(mutex_);
+    VHFileCacheItem& item = cacheItemForFile(file);
+    if (item.downloaded || item.fd < 0 || offset > item.availableData ||
+        data.size() > item.availableData - offset) {
+        return PrefixWrite::kNotPresent;
+    }
+    size_t written = 0;
+    error = pwriteAll(item.fd, data, static_cast<off_t>(offset), written);
+    if (error) {
+        VHLog(kLogMain,
+              "Warning! Failed to write (%ld, %ld) into the partial cache of file %@. "
+              "Error %d",
+              offset, data.size(), file.internalName, error);
+        return PrefixWrite::kFailed;
+    }
+    item.lastRead = VHDate::now();
+    return PrefixWrite::kWritten;
+}
+
 bool VHFileCache::writeChunk(VHFileCacheItem& item, std::string_view data, uint64_t location,
                              const VHFile& file) {
     uint64_t available = item.availableData;

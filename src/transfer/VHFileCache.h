@@ -90,6 +90,16 @@ class VHFileCache final : public VHCacheFiles {
     // and asks the application to refresh the file's overlay.
     void addChunk(std::string_view data, uint64_t location, const VHFile& file);
 
+    // What writeIntoPrefix did.
+    enum class PrefixWrite { kWritten, kNotPresent, kFailed };
+    // Writes `data` at `offset` into the partial copy of a file still being
+    // downloaded, when every byte of the range lies in the present prefix:
+    // later downloaded bytes only extend the prefix, so the change stays.
+    // kNotPresent when the range is not all there or the copy is complete
+    // (the caller writes the complete file then); kFailed (logged, `error`
+    // set) when the write failed.
+    PrefixWrite writeIntoPrefix(std::string_view data, uint64_t offset, const VHFile& file,
+                                int& error);
     // Empty side files; an existing plain file is emptied, a folder in the
     // way is logged and left. createCacheFile does nothing for a folder record.
     void createCacheFile(const VHFile& file) override;

@@ -2,7 +2,6 @@
 // compared with the emulator's, on demand and from the cache.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <openssl/sha.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/VHDriveProbe.h"
 #include "support/VHTestClient.h"
 #include "support/VHTestHome.h"
 
@@ -23,25 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
-
-std::string sha256Hex(const std::string& bytes) {
-    unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest);
-    std::string hex;
-    char two[3];
-    for (unsigned char c : digest) {
-        std::snprintf(two, sizeof two, "%02x", c);
-        hex += two;
-    }
-    return hex;
-}
-
-std::string readWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream bytes;
-    bytes << file.rdbuf();
-    return bytes.str();
-}
 
 // The emulator's ranged reads of a file (by its upload name) since `after`.
 std::vector<std::string> rangesRequested(const VHEmulatorProcess& emulator,
@@ -59,15 +40,6 @@ std::vector<std::string> rangesRequested(const VHEmulatorProcess& emulator,
 int64_t lastRequestSeq(const VHEmulatorProcess& emulator) {
     json all = emulator.requests();
     return all.empty() ? 0 : all.back().at("seq").get<int64_t>();
-}
-
-json treeItem(const VHEmulatorProcess& emulator, const std::string& shareId,
-              const std::string& path) {
-    json tree = emulator.tree(shareId).value_or(json::object());
-    for (const json& item : tree.value("items", json::array())) {
-        if (item.at("path") == path) return item;
-    }
-    return nullptr;
 }
 
 class VHClientReadTest : public testing::Test {
@@ -91,7 +63,7 @@ class VHClientReadTest : public testing::Test {
     std::string share(const std::string& name) const { return client_.mountPath() + "/" + name; }
     std::string cachePath(const std::string& shareId, const std::string& path) {
         return VHCurrentTestHome() + "/.local/share/Varnholt/Files/" + shareId + "/" +
-               treeItem(emulator_, shareId, path).at("internalName").get<std::string>();
+               VHTreeItem(emulator_, shareId, path).at("internalName").get<std::string>();
     }
     static void dropKernelCaches() { std::ofstream("/proc/sys/vm/drop_caches") << "3"; }
 
@@ -108,9 +80,9 @@ TEST_F(VHClientReadTest, EveryFileOfAShareReadsAsTheServiceHasIt) {
     for (const json& item : tree.value("items", json::array())) {
         if (!item.at("isFile").get<bool>()) continue;
         std::string path = item.at("path");
-        std::string bytes = readWhole(share("Team Documents") + path);
+        std::string bytes = VHReadWhole(share("Team Documents") + path);
         EXPECT_EQ(bytes.size(), item.at("size").get<size_t>()) << path;
-        EXPECT_EQ(sha256Hex(bytes), item.at("sha256").get<std::string>()) << path;
+        EXPECT_EQ(VHSha256Hex(bytes), item.at("sha256").get<std::string>()) << path;
         ++files;
     }
     EXPECT_GE(files, 5) << tree.dump();
@@ -151,7 +123,7 @@ TEST_F(VHClientReadTest, ConcurrentReadersAllGetTheirBytes) {
                                                     {"Second Domain", "second-domain"}};
     std::vector<pid_t> readers;
     for (const auto& [name, path] : files) {
-        std::string sum = treeItem(emulator_, ids.at(name), path).at("sha256");
+        std::string sum = VHTreeItem(emulator_, ids.at(name), path).at("sha256");
         std::string command =
             "test \"$(sha256sum < '" + share(name) + path + "' | cut -d' ' -f1)\" = " + sum;
         pid_t pid = fork();
@@ -169,7 +141,7 @@ TEST_F(VHClientReadTest, ConcurrentReadersAllGetTheirBytes) {
 }
 
 TEST_F(VHClientReadTest, AReadBeyondTheCachedPrefixFetchesOneMebibyte) {
-    json video = treeItem(emulator_, "team-documents", "/Media/video.bin");
+    json video = VHTreeItem(emulator_, "team-documents", "/Media/video.bin");
     int64_t before = lastRequestSeq(emulator_);
     int fd = open((share("Team Documents") + "/Media/video.bin").c_str(), O_RDONLY);
     char buffer[4096];
@@ -198,18 +170,18 @@ TEST_F(VHClientReadTest, AFailingServiceGivesAnIOErrorInSevenSecondsAndRecovers)
 }
 
 TEST_F(VHClientReadTest, ACompletedFileMovesIntoTheShareFolderAndIsReadWithoutRequests) {
-    json item = treeItem(emulator_, "team-documents", "/Projects/Alpha/diagram.bin");
+    json item = VHTreeItem(emulator_, "team-documents", "/Projects/Alpha/diagram.bin");
     std::string complete = cachePath("team-documents", "/Projects/Alpha/diagram.bin");
     std::string partial = VHCurrentTestHome() + "/.local/share/Varnholt/Downloads/" +
                           item.at("internalName").get<std::string>();
-    std::string bytes = readWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin");
-    EXPECT_EQ(sha256Hex(bytes), item.at("sha256").get<std::string>());
+    std::string bytes = VHReadWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin");
+    EXPECT_EQ(VHSha256Hex(bytes), item.at("sha256").get<std::string>());
     ASSERT_TRUE(client_.waitFor([&] { return fs::exists(complete); }, 30s));
     EXPECT_FALSE(fs::exists(partial));
 
     int64_t before = lastRequestSeq(emulator_);
     dropKernelCaches();
-    EXPECT_EQ(sha256Hex(readWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin")),
+    EXPECT_EQ(VHSha256Hex(VHReadWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin")),
               item.at("sha256").get<std::string>());
     EXPECT_TRUE(rangesRequested(emulator_, item.at("uploadName"), before).empty());
 }
@@ -220,17 +192,46 @@ TEST_F(VHClientReadTest, WritingFollowsTheShareRightsAndTheDownloadState) {
     int reader = open((share("Company Handbook") + "/handbook.txt").c_str(), O_RDONLY);
     EXPECT_GE(reader, 0);
     close(reader);
+}
 
-    // A never-downloaded file takes a write at its start, not in its middle.
+TEST_F(VHClientReadTest, AWriteIntoAFileNotYetDownloadedWaitsForItsBytes) {
+    std::string welcome = *emulator_.fileBytes("my-files", "/welcome.txt");
+    std::string plan = *emulator_.fileBytes("team-documents", "/Projects/Beta/plan.txt");
+    std::string big = *emulator_.fileBytes("my-files", "/big.bin");
+    ASSERT_GT(welcome.size(), 9u);
+    ASSERT_FALSE(plan.empty());
+    ASSERT_EQ(big.size(), 64u << 20);
+
+    // At the start, at the end, and in the middle of a large file whose
+    // download is still running: the other bytes stay the service's.
     int first = open((share("My Files") + "/welcome.txt").c_str(), O_WRONLY);
     ASSERT_GE(first, 0);
     EXPECT_EQ(pwrite(first, "new start", 9, 0), 9);
     close(first);
     int second = open((share("Team Documents") + "/Projects/Beta/plan.txt").c_str(), O_WRONLY);
     ASSERT_GE(second, 0);
-    EXPECT_EQ(pwrite(second, "x", 1, 4096), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(pwrite(second, "x", 1, static_cast<off_t>(plan.size())), 1);
     close(second);
+    int third = open((share("My Files") + "/big.bin").c_str(), O_RDWR);
+    ASSERT_GE(third, 0);
+    EXPECT_EQ(pwrite(third, "MIDDLE", 6, 1 << 20), 6);
+    close(third);
+
+    EXPECT_EQ(VHReadWhole(share("My Files") + "/welcome.txt"), "new start" + welcome.substr(9));
+    EXPECT_EQ(VHReadWhole(share("Team Documents") + "/Projects/Beta/plan.txt"), plan + "x");
+    big.replace(1 << 20, 6, "MIDDLE");
+    EXPECT_EQ(VHSha256Hex(VHReadWhole(share("My Files") + "/big.bin")), VHSha256Hex(big));
+
+    // Bytes that do not come are an I/O error after the read's limit.
+    auto fault = emulator_.addFault({{"method", "GET"}, {"host", "filecache01"}, {"status", 500}});
+    ASSERT_TRUE(fault);
+    int fourth = open((share("Team Documents") + "/Media/photo.bin").c_str(), O_WRONLY);
+    ASSERT_GE(fourth, 0);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(pwrite(fourth, "x", 1, 100), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_GT(std::chrono::steady_clock::now() - start, 5s);
+    close(fourth);
 }
 
 }  // namespace vh::test

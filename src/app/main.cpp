@@ -14,6 +14,7 @@
 #include "lib/VHHttp.h"
 #include "service/VHConnector.h"
 #include "transfer/VHDownloadQueue.h"
+#include "transfer/VHUploadQueue.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
     }
     delegate.releaseInstanceLock();
     vh::VHConnector::defaultConnector().waitForOperations();
+    vh::VHUploadQueue::uploadQueue().stopThread();
     vh::VHDownloadQueue::downloadQueue().stopThread();
     vh::VHHttp::shutdown();
     return code;

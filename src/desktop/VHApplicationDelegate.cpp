@@ -15,6 +15,7 @@
 #include "desktop/VHLogging.h"
 #include "desktop/VHStartupMigration.h"
 #include "drive/VHDriveEvents.h"
+#include "drive/VHFuseFileData.h"
 #include "drive/VHFuseMount.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
@@ -29,6 +30,7 @@
 #include "store/VHDatabase.h"
 #include "store/VHMigration.h"
 #include "transfer/VHFileCache.h"
+#include "transfer/VHUploadQueue.h"
 
 namespace vh {
 
@@ -193,6 +195,7 @@ void VHApplicationDelegate::finishApplicationInitialization(bool headless) {
         connector.setPassword(signInPassword_);
         signInPassword_.clear();
     }
+    VHUploadQueue::uploadQueue().setUploadPermission(&VHFuseFileData::canUploadFile);
     connector.startup();
     initializationFinished_ = true;
     if (connector.credentialsAvailable()) {
@@ -452,6 +455,8 @@ void VHApplicationDelegate::applicationShouldTerminate() {
     }
     VHDatabase& db = VHDatabase::database();
     db.beginTermination();
+    // Sent bytes are not lost: a large file resumes at the next start.
+    VHUploadQueue::uploadQueue().cancelAllUploads();
     stopFuse();
     // The drive's notifications stay: termination waits for its loop to end.
     disconnect(&VHConnector::defaultConnector(), nullptr, this, nullptr);

@@ -21,6 +21,8 @@
 #include <string>
 
 #include "desktop/VHDriveController.h"
+#include "desktop/VHUploadCatchUp.h"
+#include "desktop/VHUploadProgressLog.h"
 #include "store/VHStoreHooks.h"
 
 namespace vh {
@@ -135,6 +137,8 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     VHLaunchSwitches switches_;
     std::unique_ptr<QLockFile> instanceLock_;
     VHDriveController drive_;
+    VHUploadProgressLog uploadProgressLog_;
+    VHUploadCatchUp uploadCatchUp_;
     std::atomic<bool> isMounted_{false};
     std::atomic<int> fatalStatus_{0};
     bool unmountRequested_ = false;

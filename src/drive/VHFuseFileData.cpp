@@ -10,6 +10,7 @@
 #include "lib/VHFormat.h"
 #include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
+#include "transfer/VHFileCache.h"
 
 namespace vh {
 
@@ -168,18 +169,24 @@ std::vector<pid_t> VHFuseFileData::openProcesses() {
 }
 
 bool VHFuseFileData::canUploadFile(const VHFile& file) {
-    VHMutexLock lock(gTableMutex);
-    VHConsoleLog(">>>>>> can upload %@, openedFiles:%d fileModifications:%d", file.publicName,
-                 gOpenedFiles.size(), gFileModifications.size());
-    auto modification = gFileModifications.find(file.internalName);
-    if (modification != gFileModifications.end()) {
-        if (!settled(modification->second)) return false;
-        gFileModifications.erase(modification);
+    {
+        VHMutexLock lock(gTableMutex);
+        VHConsoleLog(">>>>>> can upload %@, openedFiles:%d fileModifications:%d", file.publicName,
+                     gOpenedFiles.size(), gFileModifications.size());
+        auto modification = gFileModifications.find(file.internalName);
+        if (modification != gFileModifications.end()) {
+            if (!settled(modification->second)) return false;
+            gFileModifications.erase(modification);
+        }
+        // A handle that wrote keeps the file until it is released: its
+        // program may not be done, and half a save must never be uploaded.
+        for (VHFuseFileData* open : gOpenedFiles) {
+            if (open->fileId() == file.internalName && open->modified()) return false;
+        }
     }
-    for (VHFuseFileData* open : gOpenedFiles) {
-        if (open->fileId() == file.internalName) return settled(open->lastWrite());
-    }
-    return true;
+    // Contents written into a copy still being downloaded wait for the rest.
+    bool sendsContents = file.status == kStatusModified || file.status == kStatusCreated;
+    return !sendsContents || file.fileSize == 0 || VHFileCache::fileCache().hasCompleteCache(file);
 }
 
 void VHFuseFileData::touchModification(const std::string& fileId, VHDate when) {
@@ -215,6 +222,7 @@ void VHFuseFileData::checkUpdatedFiles() {
                 checkAgain = true;
             } else {
                 gFileModifications.erase(it);  // one settled entry per check
+                uploadsDue = true;
                 break;
             }
         }

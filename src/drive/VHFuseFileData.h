@@ -78,8 +78,9 @@ class VHFuseFileData : public VHFuseHandle {
     static std::vector<VHFuseFileData*> openedFiles();
     // The processes that hold files open.
     static std::vector<pid_t> openProcesses();
-    // Whether the file has settled: no modification and no write through an
-    // open handle within the quiet period.
+    // Whether the file may be uploaded now: its last modification is older
+    // than the quiet period, no open handle has written to it, and its
+    // cache copy is complete.
     static bool canUploadFile(const VHFile& file);
     // Records a modification now and schedules the update check.
     static void fileWasModified(const VHFile& file);

@@ -11,6 +11,7 @@
 #include "service/VHDeviceInfo.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHTransferHooks.h"
+#include "transfer/VHUploadQueue.h"
 
 namespace vh {
 
@@ -82,6 +83,7 @@ void VHConnector::setConfiguration(const VHConnectorConfiguration& configuration
 
 void VHConnector::startup() {
     VHDownloadQueue::downloadQueue().runThread();
+    VHUploadQueue::uploadQueue().runThread();
 }
 
 // ---- Credentials ------------------------------------------------------------
@@ -241,6 +243,7 @@ bool VHConnector::lockAvailableForShare(const ManagedShare&) const {
 void VHConnector::logout() {
     setGlobalLoginResponce(std::nullopt);
     VHDownloadQueue::downloadQueue().cancelAllDownloads();
+    VHUploadQueue::uploadQueue().cancelAllUploads();
     clearCredentials(false);
     setUserDomain("");
     emit globalLoggedOut();

@@ -228,8 +228,11 @@ void VHUploadQueue::logSummary() {
     int64_t now = steadySeconds();
     if (now - lastSummary_.load() < kSummaryEverySeconds) return;
     lastSummary_ = now;
-    VHLog(kLogMain, "Uploads pending: %ld files, %ld bytes, last speed %ld bytes/s", queueLen(),
-          queueBytes(), static_cast<int64_t>(VHTransferSpeeds::lastUploadSpeed.load()));
+    std::string line =
+        VHFormat("Uploads pending: %ld files, %ld bytes, last speed %ld bytes/s", queueLen(),
+                 queueBytes(), static_cast<int64_t>(VHTransferSpeeds::lastUploadSpeed.load()));
+    VHLog(kLogMain, "%@", line);
+    printToConsole(line);
 }
 
 }  // namespace vh

@@ -50,12 +50,14 @@ TEST(VHFuseFileData, AChangedFileSettlesFiveSecondsAfterItsLastChange) {
     EXPECT_TRUE(VHFuseFileData::canUploadFile(untouched));
     std::this_thread::sleep_for(5200ms);
     EXPECT_TRUE(VHFuseFileData::canUploadFile(closed));
-    EXPECT_TRUE(VHFuseFileData::canUploadFile(open));
-
-    // Closing a modified handle starts a new quiet period for its file.
+    // A handle that wrote holds its file back until it is released, and the
+    // release starts a new quiet period.
+    EXPECT_FALSE(VHFuseFileData::canUploadFile(open));
     handle.close();
     EXPECT_FALSE(VHFuseFileData::canUploadFile(open));
     EXPECT_TRUE(VHFuseFileData::openedFiles().empty());
+    std::this_thread::sleep_for(5200ms);
+    EXPECT_TRUE(VHFuseFileData::canUploadFile(open));
 }
 
 TEST(VHFuseFileData, ExchangedIdsFollowTheOpenHandlesAndTheirChanges) {

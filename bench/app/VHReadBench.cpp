@@ -88,21 +88,6 @@ Figures measure(const std::string& sequential, const std::string& random) {
     return f;
 }
 
-pid_t spawn(const std::vector<std::string>& args) {
-    pid_t pid = fork();
-    if (pid == 0) {
-        std::vector<char*> argv;
-        for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-        argv.push_back(nullptr);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        dup2(null, STDERR_FILENO);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    return pid;
-}
-
 void stop(pid_t pid, const std::string& mount) {
     std::system(("fusermount3 -u '" + mount + "' 2>/dev/null").c_str());
     kill(pid, SIGTERM);
@@ -117,7 +102,7 @@ Figures bindfsCeiling(const std::string& root, const std::string& source) {
     if (!installed("bindfs")) return {};
     std::string mount = root + "/bindfs";
     fs::create_directories(mount);
-    pid_t pid = spawn({"bindfs", "-f", "--no-allow-other", source, mount});
+    pid_t pid = vh::test::VHSpawnQuietly({"bindfs", "-f", "--no-allow-other", source, mount});
     if (!waitForMount(mount)) return {};
     Figures f = measure(mount + "/seq.bin", mount + "/rnd.bin");
     stop(pid, mount);
@@ -128,11 +113,12 @@ Figures rclonePeer(const std::string& root, const std::string& source) {
     if (!installed("rclone")) return {};
     std::string mount = root + "/rclone", cache = root + "/rclone-cache";
     fs::create_directories(mount);
-    pid_t server = spawn({"rclone", "serve", "webdav", "--addr", "127.0.0.1:18473", source});
+    pid_t server = vh::test::VHSpawnQuietly(
+        {"rclone", "serve", "webdav", "--addr", "127.0.0.1:18473", source});
     std::this_thread::sleep_for(1s);
-    pid_t client =
-        spawn({"rclone", "mount", ":webdav:", mount, "--webdav-url", "http://127.0.0.1:18473",
-               "--vfs-cache-mode", "full", "--cache-dir", cache});
+    pid_t client = vh::test::VHSpawnQuietly({"rclone", "mount", ":webdav:", mount, "--webdav-url",
+                                             "http://127.0.0.1:18473", "--vfs-cache-mode", "full",
+                                             "--cache-dir", cache});
     Figures f;
     if (waitForMount(mount)) f = measure(mount + "/seq.bin", mount + "/rnd.bin");
     stop(client, mount);

@@ -30,14 +30,6 @@ using nlohmann::json;
 
 constexpr int64_t kKiB = 1024, kMiB = 1024 * kKiB;
 
-bool runShell(const std::string& command) {
-    return std::system(command.c_str()) == 0;
-}
-
-std::string shellQuoted(const std::string& path) {
-    return "'" + path + "'";
-}
-
 std::string randomBytes(size_t size, uint64_t seed) {
     std::mt19937_64 generator(seed);
     std::string bytes(size, '\0');
@@ -169,11 +161,11 @@ TEST_F(VHClientUploadTest, AppendsAndOverwritesReachTheServiceOnceTheFileIsRelea
     auto heldWritten = std::chrono::steady_clock::now();
 
     // The shell's append, also to a file never read before, and dd's overwrite in place.
-    ASSERT_TRUE(runShell("echo appended >> " + shellQuoted(path("/notes.txt"))));
-    ASSERT_TRUE(runShell("echo more >> " + shellQuoted(path("/never-read.txt"))));
-    ASSERT_TRUE(runShell("dd if=" + shellQuoted(patchFile) +
-                         " of=" + shellQuoted(path("/inplace.bin")) +
-                         " bs=4096 seek=10 conv=notrunc status=none"));
+    ASSERT_TRUE(VHRunShell("echo appended >> " + VHShellQuoted(path("/notes.txt"))));
+    ASSERT_TRUE(VHRunShell("echo more >> " + VHShellQuoted(path("/never-read.txt"))));
+    ASSERT_TRUE(VHRunShell("dd if=" + VHShellQuoted(patchFile) +
+                           " of=" + VHShellQuoted(path("/inplace.bin")) +
+                           " bs=4096 seek=10 conv=notrunc status=none"));
     inplace.replace(10 * 4096, patch.size(), patch);
     std::map<std::string, std::string> expected{{"/notes.txt", notes + "appended\n"},
                                                 {"/never-read.txt", "unread\nmore\n"},
@@ -200,15 +192,15 @@ TEST_F(VHClientUploadTest, AppendsAndOverwritesReachTheServiceOnceTheFileIsRelea
 TEST_F(VHClientUploadTest, ALargeRewriteGrowsItsChunksAndResumesAfterAKill) {
     const int64_t size = 200 * kMiB;
     ASSERT_NO_FATAL_FAILURE(startWith(json::array({writePattern("/large.bin", size, 11)})));
-    ASSERT_TRUE(runShell("cat " + shellQuoted(path("/large.bin")) + " > /dev/null"));
+    ASSERT_TRUE(VHRunShell("cat " + VHShellQuoted(path("/large.bin")) + " > /dev/null"));
     std::string bytes = randomBytes(size, 12);
     std::string source = VHCurrentTestHome() + "/large.new";
     std::ofstream(source, std::ios::binary) << bytes;
     // Slower chunks, so that the kill lands in the middle of the upload.
     ASSERT_TRUE(
         emulator_.addFault({{"method", "PUT"}, {"path", "^/api/uploads/"}, {"delayMs", 150}}));
-    ASSERT_TRUE(runShell("dd if=" + shellQuoted(source) + " of=" + shellQuoted(path("/large.bin")) +
-                         " bs=1M conv=notrunc status=none"));
+    ASSERT_TRUE(VHRunShell("dd if=" + VHShellQuoted(source) + " of=" +
+                           VHShellQuoted(path("/large.bin")) + " bs=1M conv=notrunc status=none"));
 
     auto acknowledged = [&] {
         int64_t end = 0;
@@ -276,7 +268,7 @@ TEST_F(VHClientUploadTest, FiftyChangedFilesAllArriveDespiteFailingRequests) {
         // Half rewritten, half appended to (their copies not yet downloaded).
         bool rewrite = i % 2 == 0;
         ASSERT_TRUE(
-            runShell("echo " + text + (rewrite ? " > " : " >> ") + shellQuoted(path(name))));
+            VHRunShell("echo " + text + (rewrite ? " > " : " >> ") + VHShellQuoted(path(name))));
         expected[name] = (rewrite ? "" : "original " + std::to_string(i) + "\n") + text + "\n";
     }
     ASSERT_TRUE(waitForServer(expected, 300s)) << client_.logs();

@@ -197,6 +197,29 @@ std::string VHTestClient::settingsText() {
     return readFile(fs::path(VHCurrentTestHome()) / ".config/Varnholt/Varnholt.conf");
 }
 
+pid_t VHSpawnQuietly(const std::vector<std::string>& arguments) {
+    pid_t pid = fork();
+    if (pid == 0) {
+        std::vector<char*> argv;
+        for (const std::string& arg : arguments) argv.push_back(const_cast<char*>(arg.c_str()));
+        argv.push_back(nullptr);
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        dup2(null, STDERR_FILENO);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+bool VHRunShell(const std::string& command) {
+    return std::system(command.c_str()) == 0;
+}
+
+std::string VHShellQuoted(const std::string& path) {
+    return "'" + path + "'";
+}
+
 std::string VHTreeListing(const std::string& root) {
     std::vector<std::string> lines;
     std::error_code error;

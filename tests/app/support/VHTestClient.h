@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -73,6 +74,13 @@ class VHTestClient {
     int exitStatus_ = -1;
     std::string stderrPath_;
 };
+
+// Starts a program with its output discarded; its pid (-1 on failure).
+pid_t VHSpawnQuietly(const std::vector<std::string>& arguments);
+// Runs a shell command; whether it exited with 0.
+bool VHRunShell(const std::string& command);
+// `path` in single quotes for the shell (paths of tests hold no quote).
+std::string VHShellQuoted(const std::string& path);
 
 // The folder tree below `root` as "relative/path size" lines, sorted; folders
 // end with "/".

@@ -4,7 +4,6 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
-#include <cmath>
 #include <mutex>
 #include <optional>
 
@@ -105,6 +104,24 @@ size_t onBody(char* data, size_t size, size_t count, void* userData) {
     return bytes.size();
 }
 
+// libcurl's progress callback: ends a transfer whose bytes stopped moving
+// for the request's time-out.
+int endIdleTransfer(void* data, curl_off_t, curl_off_t downloaded, curl_off_t,
+                    curl_off_t uploaded) {
+    auto& exchange = *static_cast<VHHttpExchange*>(data);
+    auto now = std::chrono::steady_clock::now();
+    if (downloaded + uploaded != exchange.movedBytes) {
+        exchange.movedBytes = downloaded + uploaded;
+        exchange.lastProgress = now;
+        return 0;
+    }
+    if (now - exchange.lastProgress < std::chrono::duration<double>(exchange.request.timeout)) {
+        return 0;
+    }
+    exchange.idleTimedOut = true;
+    return 1;
+}
+
 }  // namespace
 
 void VHHttpExchange::announceResponse() {
@@ -158,11 +175,12 @@ void VHHttpConfigure(CURL* easy, VHHttpExchange& exchange) {
     std::string agent = std::string(kAppTitle) + "/" + kShortVersion;
     curl_easy_setopt(easy, CURLOPT_USERAGENT, agent.c_str());
 
-    // An idle time-out: no progress for `timeout` seconds ends the request.
-    long idleSeconds = std::max(1L, static_cast<long>(std::ceil(request.timeout)));
+    // An idle time-out: no byte moved for `timeout` seconds ends the request.
+    // (libcurl's low-speed check averages over seconds and fired late.)
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.timeout * 1000));
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, idleSeconds);
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, endIdleTransfer);
+    curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &exchange);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
 
     bool hasContentType = false;
     for (const auto& [name, value] : request.headers) {
@@ -209,9 +227,11 @@ void VHHttpComplete(CURL* easy, VHHttpExchange& exchange, CURLcode code) {
         error.kind = VHHttpErrorKind::None;
         return;
     }
-    error.kind = exchange.aborted                   ? VHHttpErrorKind::Cancelled
-                 : code == CURLE_OPERATION_TIMEDOUT ? VHHttpErrorKind::TimedOut
-                                                    : VHHttpErrorKind::Failed;
+    bool timedOut = code == CURLE_OPERATION_TIMEDOUT ||
+                    (code == CURLE_ABORTED_BY_CALLBACK && exchange.idleTimedOut);
+    error.kind = exchange.aborted ? VHHttpErrorKind::Cancelled
+                 : timedOut       ? VHHttpErrorKind::TimedOut
+                                  : VHHttpErrorKind::Failed;
     error.message = exchange.errorBuffer[0] ? exchange.errorBuffer : curl_easy_strerror(code);
 }
 

@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,11 @@ struct VHHttpExchange {
     std::function<bool(std::string_view)> onData;
     bool responseAnnounced = false;
     bool aborted = false;
+    // The idle time-out: when bytes last moved, how many had, and whether
+    // the request ended for want of them.
+    std::chrono::steady_clock::time_point lastProgress = std::chrono::steady_clock::now();
+    curl_off_t movedBytes = 0;
+    bool idleTimedOut = false;
     CURL* easy = nullptr;
     curl_slist* headerList = nullptr;
     curl_slist* connectTo = nullptr;

@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <fstream>
+#include <mutex>
 #include <random>
 
 #include "emulator/support/VHEmulatorProcess.h"
@@ -310,6 +311,59 @@ TEST_F(VHUploadQueueTest, QueueKeepsBackWhatMustNotGoYet) {
     queue().uploadsAdded();
     EXPECT_TRUE(VHWaitUntil([&] { return uploaded(open.internalName); }, 30s));
     EXPECT_TRUE(serverHas("/open.txt", "being written"));
+}
+
+TEST_F(VHUploadQueueTest, AnUpdateOfAnItemTheServiceLostCreatesItAgain) {
+    ASSERT_TRUE(emulator_.act("team", {{{"action", "delete"}, {"path", "/free.txt"}}}));
+    VHFile changed = write(file("/free.txt"), "written again");
+    queue().runThread();
+    ASSERT_TRUE(VHWaitUntil([&] { return uploaded(changed.internalName); }, 30s));
+    EXPECT_TRUE(serverHas("/free.txt", "written again"));
+}
+
+TEST_F(VHUploadQueueTest, APassReadsPagesOfTwentyUntilItTookTwenty) {
+    for (int i = 0; i < 45; ++i) create("pending-" + std::to_string(i) + ".txt", "");
+    // The first 25 asked about are not ready yet: the pass reads on.
+    std::mutex mutex;
+    int asked = 0, accepted = 0;
+    queue().setUploadPermission([&](const VHFile&) {
+        std::lock_guard lock(mutex);
+        bool ready = ++asked > 25;
+        accepted += ready;
+        return ready;
+    });
+    queue().checkUploads();
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(asked, 45);
+    EXPECT_EQ(accepted, 20);
+}
+
+TEST_F(VHUploadQueueTest, ATimedOutChunkIsSentAgainWithALongerWaitUpToALimit) {
+    VHLogRecorder log;
+    const std::string timedOut = "Upload request timeout detected. Re-uploading.";
+    // Every answer comes 2.5 s late: longer than the first wait (1 s), not
+    // than the raised one (4 s).
+    std::string bytes = randomBytes(300000, 6);
+    VHFile slow = create("slow.bin", bytes);
+    ASSERT_TRUE(
+        emulator_.addFault({{"method", "PUT"}, {"path", "^/api/uploads/"}, {"delayMs", 2500}}));
+    queue().setChunkTimeoutsForTesting({1, 3, 4});
+    queue().runThread();
+    ASSERT_TRUE(VHWaitUntil([&] { return uploaded(slow.internalName); }, 60s));
+    EXPECT_TRUE(serverHas("/slow.bin", bytes));
+    EXPECT_EQ(log.count(timedOut), 1);
+
+    // An answer that never comes in time: the twentieth time-out gives up.
+    VHUploadQueue::resetForTests();
+    ASSERT_TRUE(
+        emulator_.addFault({{"method", "PUT"}, {"path", "^/api/uploads/"}, {"delayMs", 3000}}));
+    VHFile stuck = create("stuck.bin", randomBytes(300000, 7));
+    queue().setChunkTimeoutsForTesting({1, 0, 1});
+    queue().runThread();
+    ASSERT_TRUE(VHWaitUntil(
+        [&] { return log.contains("Too many retransmits for the file stuck.bin"); }, 90s));
+    EXPECT_EQ(log.count(timedOut), 1 + 20);
+    EXPECT_FALSE(uploaded(stuck.internalName));
 }
 
 }  // namespace vh::test

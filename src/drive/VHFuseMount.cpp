@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,8 +150,10 @@ int VHFuseCallerPid() {
 }
 
 bool VHIsDeadMount(const std::string& path) {
-    struct stat st {};
-    return stat(path.c_str(), &st) != 0 && errno == ENOTCONN;
+    // statfs always reaches the connection; a stat may still be answered
+    // from the attributes the kernel cached before the daemon died.
+    struct statfs st {};
+    return statfs(path.c_str(), &st) != 0 && errno == ENOTCONN;
 }
 
 void VHInvalidateDrivePaths(const std::vector<std::string>& drivePaths) {

@@ -34,7 +34,8 @@ void varnholt_destroy(void* privateData);
 // even while busy. Returns 0 or an errno value (EBUSY when it is in use).
 int VHUnmountDrive(const std::string& mountPath, bool lazy);
 
-// Whether a FUSE mount at `path` has lost its server (stat fails with ENOTCONN).
+// Whether a FUSE mount at `path` has lost its server (statfs fails with
+// ENOTCONN), also right after it died.
 bool VHIsDeadMount(const std::string& path);
 
 // Drops the kernel's cached entries and attributes of these drive paths so

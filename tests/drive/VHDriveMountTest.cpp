@@ -226,6 +226,9 @@ TEST_F(VHDriveMountTest, ADeadMountLeftOverIsClearedBeforeMounting) {
     }
     ASSERT_TRUE(
         VHWaitUntil([&] { return VHRun("grep -c ' " + mountPath_ + " ' /proc/mounts") == "1\n"; }));
+    // Its root's attributes are still in the kernel's cache when it dies.
+    struct stat root {};
+    ASSERT_EQ(stat(mountPath_.c_str(), &root), 0);
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     ASSERT_TRUE(VHIsDeadMount(mountPath_));

@@ -79,7 +79,11 @@ int main(int argc, char** argv) {
     vh::VHApplicationDelegate& delegate = vh::VHApplicationDelegate::delegate();
     delegate.applicationWillFinishLaunching();
     if (delegate.fatalStatus()) return delegate.fatalStatus();
-    if (line->logout) return vh::VHSignOut::run(line->force);
+    if (line->logout) {
+        int code = vh::VHSignOut::run(line->force);
+        vh::VHHttp::shutdown();
+        return code;
+    }
     if (!line->user.empty()) delegate.setSignInCredentials(line->user, password);
     return runClient(app, delegate);
 }

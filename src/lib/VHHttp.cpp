@@ -61,6 +61,17 @@ NetworkThread& networkThread() {
     return thread;
 }
 
+// Threads keep one handle each for send(). A thread that ends during the
+// process's exit must not clean its handle up: OpenSSL may be cleaning up
+// at the same moment. So once shutdown() ran, handles are left to the OS.
+VHMutex gThreadHandlesMutex;
+bool gThreadHandlesClosed VH_GUARDED_BY(gThreadHandlesMutex) = false;
+
+void releaseThreadHandle(CURL* easy) {
+    VHMutexLock lock(gThreadHandlesMutex);
+    if (!gThreadHandlesClosed) curl_easy_cleanup(easy);
+}
+
 // Starts `request` on the network thread; `deliver` gets the response there.
 void startOnNetworkThread(VHHttpRequest request, std::function<void(VHHttpResponse)> deliver) {
     VHHttpMulti* multi = networkThread().multi();
@@ -86,8 +97,8 @@ std::string VHHttpResponse::header(std::string_view name) const {
 VHHttpResponse VHHttp::send(const VHHttpRequest& request) {
     http_detail::VHHttpGlobalInit();
     // One handle per thread keeps its connections alive between requests.
-    thread_local std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(),
-                                                                            curl_easy_cleanup);
+    thread_local std::unique_ptr<CURL, decltype(&releaseThreadHandle)> handle(curl_easy_init(),
+                                                                              releaseThreadHandle);
     CURL* easy = handle.get();
     curl_easy_reset(easy);
     VHHttpExchange exchange;
@@ -164,6 +175,8 @@ void VHHttp::clearCookies() {
 
 void VHHttp::shutdown() {
     networkThread().stop();
+    VHMutexLock lock(gThreadHandlesMutex);
+    gThreadHandlesClosed = true;
 }
 
 std::string VHHttp::describeRequest(const VHHttpRequest& request) {

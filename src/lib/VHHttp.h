@@ -35,6 +35,9 @@ struct VHHttpRequest {
     // Seconds without any progress (connecting or transferring) after which
     // the request fails as timed out; the platform default is 60.
     double timeout = 60.0;
+    // Asked about once a second while the request runs; false ends it as
+    // cancelled. Unset: the request runs to its end.
+    std::function<bool()> keepGoing;
 };
 
 enum class VHHttpErrorKind { None, TimedOut, Cancelled, Failed };
@@ -84,6 +87,8 @@ class VHHttp {
     static void clearCookies();
 
     // Stops the network thread; pending asynchronous requests are dropped.
+    // Call it before the process exits: threads that end afterwards leave
+    // their handles to the OS instead of racing OpenSSL's exit clean-up.
     static void shutdown();
 
     // The texts that the request log would show for this pair.

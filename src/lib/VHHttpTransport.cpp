@@ -104,11 +104,15 @@ size_t onBody(char* data, size_t size, size_t count, void* userData) {
     return bytes.size();
 }
 
-// libcurl's progress callback: ends a transfer whose bytes stopped moving
-// for the request's time-out.
+// libcurl's progress callback: ends a transfer its caller gave up, or whose
+// bytes stopped moving for the request's time-out.
 int endIdleTransfer(void* data, curl_off_t, curl_off_t downloaded, curl_off_t,
                     curl_off_t uploaded) {
     auto& exchange = *static_cast<VHHttpExchange*>(data);
+    if (exchange.request.keepGoing && !exchange.request.keepGoing()) {
+        exchange.aborted = true;
+        return 1;
+    }
     auto now = std::chrono::steady_clock::now();
     if (downloaded + uploaded != exchange.movedBytes) {
         exchange.movedBytes = downloaded + uploaded;

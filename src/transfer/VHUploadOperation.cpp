@@ -173,6 +173,7 @@ std::optional<VHNewAPIResponce> VHUploadOperation::sendNewFileApiRequest(
     std::optional<VHHttpRequest> request =
         VHNewAPI::newApiUploadRequestForEvent(event, *domain, share);
     if (!request) return std::nullopt;
+    request->keepGoing = [this] { return !isCancelled(); };
     VHHttpResponse response = VHHttp::send(*request);
     if (response.body.empty()) {
         VHLog(kLogMain, "Warning! No responce body for the new file API request. Error : %@",

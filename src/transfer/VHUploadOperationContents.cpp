@@ -237,6 +237,7 @@ VHUploadOperation::Result VHUploadOperation::sendChunks(int fd, VHFileUploadStat
         request.method = "PUT";
         request.url = status.token;
         request.timeout = loop.timeout;
+        request.keepGoing = [this] { return !isCancelled(); };
         request.headers.emplace_back("Content-Range", contentRange(loop.position, length, size));
         request.body = loop.chunk;
         VHLog(kLogMain, "Uploading chunk (%ld, %ld) of file %@", loop.position, length,
@@ -245,6 +246,7 @@ VHUploadOperation::Result VHUploadOperation::sendChunks(int fd, VHFileUploadStat
         VHHttpResponse response = VHHttp::send(request);
         double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+        if (isCancelled()) return uploadCancelled();
 
         if (response.body.empty()) {
             if (response.error.timedOut()) {

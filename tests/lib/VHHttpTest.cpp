@@ -98,6 +98,20 @@ TEST_F(VHHttpTest, ATimeOutIsReportedAsATimeOutAndOtherFailuresAreNot) {
     EXPECT_TRUE(response.error.timedOut()) << response.error.message;
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2800ms);
 
+    // A caller that gives up ends its request within about a second.
+    std::atomic<bool> wanted{true};
+    VHHttpRequest given = get("/slow", 30);
+    given.keepGoing = [&] { return wanted.load(); };
+    std::thread giveUp([&] {
+        std::this_thread::sleep_for(300ms);
+        wanted = false;
+    });
+    start = std::chrono::steady_clock::now();
+    response = VHHttp::send(given);
+    giveUp.join();
+    EXPECT_EQ(response.error.kind, VHHttpErrorKind::Cancelled);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
+
     VHHttp::setConnectTo("127.0.0.1:1");  // nothing listens there
     response = VHHttp::send(get("/hello", 5));
     EXPECT_EQ(response.error.kind, VHHttpErrorKind::Failed);

@@ -12,6 +12,7 @@
 #include "drive/VHFuseUtils.h"
 #include "lib/VHAppInfo.h"
 #include "lib/VHHttp.h"
+#include "lib/VHSettings.h"
 #include "service/VHConnector.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHUploadQueue.h"
@@ -25,6 +26,15 @@ std::string readPassword() {
     return password;
 }
 
+// Ends the process once everything is saved. Exit handlers would run the
+// libraries' clean-ups (OpenSSL's, Qt's globals) while pool threads are still
+// ending, which now and then crashed the client after an orderly stop.
+[[noreturn]] void endProcess(int code) {
+    vh::VHSettings::sync();
+    std::fflush(nullptr);
+    _exit(code);
+}
+
 int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
     vh::VHUnixSignals unixSignals;
     QObject::connect(&unixSignals, &vh::VHUnixSignals::terminationRequested, &app,
@@ -32,12 +42,9 @@ int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
     QMetaObject::invokeMethod(
         &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
     int code = app.exec();
-    if (delegate.driveRunning()) {
-        // Its loop still serves files held open after a forced unmount:
-        // ending the process closes them, running destructors under it would not.
-        std::fflush(nullptr);
-        _exit(code);
-    }
+    // A loop that still serves files held open after a forced unmount ends
+    // with the process, which closes them.
+    if (delegate.driveRunning()) endProcess(code);
     delegate.releaseInstanceLock();
     vh::VHConnector::defaultConnector().waitForOperations();
     vh::VHUploadQueue::uploadQueue().stopThread();
@@ -82,8 +89,8 @@ int main(int argc, char** argv) {
     if (line->logout) {
         int code = vh::VHSignOut::run(line->force);
         vh::VHHttp::shutdown();
-        return code;
+        endProcess(code);
     }
     if (!line->user.empty()) delegate.setSignInCredentials(line->user, password);
-    return runClient(app, delegate);
+    endProcess(runClient(app, delegate));
 }

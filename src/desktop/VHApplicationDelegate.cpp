@@ -162,20 +162,15 @@ bool VHApplicationDelegate::checkForRunningInstances() {
     std::string dir = VHDeletingLastPathComponent(VHDatabase::database().databasePath());
     if (fatalStatus_) return false;
     VHMigration::keepMetadataEntry(kInstanceLockName);
-    instanceLock_ =
-        std::make_unique<QLockFile>(QString::fromStdString(dir + "/" + kInstanceLockName));
-    instanceLock_->setStaleLockTime(0);
-    if (instanceLock_->tryLock(0)) return true;
-    qint64 pid = 0;
-    QString host, application;
-    instanceLock_->getLockInfo(&pid, &host, &application);
+    instanceLock_ = std::make_unique<VHInstanceLock>(dir + "/" + kInstanceLockName);
+    long long pid = 0;
+    if (instanceLock_->tryLock(pid)) return true;
     std::string title = kAppTitle;
     VHDesktopServices::showAlert(
         VHFormat("Cannot start %@", title),
         VHFormat("Another instance of %@ is already running. Startup path : %@, pid = %d", title,
                  QCoreApplication::applicationFilePath(), pid));
-    std::fprintf(stderr, "Another instance of %s is already running (pid %lld).\n", kAppTitle,
-                 static_cast<long long>(pid));
+    std::fprintf(stderr, "Another instance of %s is already running (pid %lld).\n", kAppTitle, pid);
     instanceLock_.reset();
     return false;
 }

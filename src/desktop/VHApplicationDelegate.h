@@ -10,7 +10,6 @@
 // failures of the lower layers from any thread (installFatalErrorHandler).
 #pragma once
 
-#include <QLockFile>
 #include <QObject>
 #include <QString>
 #include <QThreadPool>
@@ -21,6 +20,7 @@
 #include <string>
 
 #include "desktop/VHDriveController.h"
+#include "desktop/VHInstanceLock.h"
 #include "desktop/VHUploadCatchUp.h"
 #include "desktop/VHUploadProgressLog.h"
 #include "store/VHStoreHooks.h"
@@ -135,7 +135,7 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void didLoggedOut();
 
     VHLaunchSwitches switches_;
-    std::unique_ptr<QLockFile> instanceLock_;
+    std::unique_ptr<VHInstanceLock> instanceLock_;
     VHDriveController drive_;
     VHUploadProgressLog uploadProgressLog_;
     VHUploadCatchUp uploadCatchUp_;

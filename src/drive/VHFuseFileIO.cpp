@@ -180,9 +180,12 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
     }
     auto file = VHDatabase::database().fileWithId(handle->fileId());
     if (!file) return -EACCES;
-    if (auto result = VHWriteWhileDownloading(*file, buffer, size, offset, path)) {
-        if (*result > 0) recordWrite(*handle, *file, std::nullopt);
-        return *result;
+    // A handle that holds the complete copy open needs no download.
+    if (handle->fileDescriptor() == -1) {
+        if (auto result = VHWriteWhileDownloading(*file, buffer, size, offset, path)) {
+            if (*result > 0) recordWrite(*handle, *file, std::nullopt);
+            return *result;
+        }
     }
     VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);

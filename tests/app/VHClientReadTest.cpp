@@ -37,11 +37,6 @@ std::vector<std::string> rangesRequested(const VHEmulatorProcess& emulator,
     return ranges;
 }
 
-int64_t lastRequestSeq(const VHEmulatorProcess& emulator) {
-    json all = emulator.requests();
-    return all.empty() ? 0 : all.back().at("seq").get<int64_t>();
-}
-
 class VHClientReadTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -142,7 +137,7 @@ TEST_F(VHClientReadTest, ConcurrentReadersAllGetTheirBytes) {
 
 TEST_F(VHClientReadTest, AReadBeyondTheCachedPrefixFetchesOneMebibyte) {
     json video = VHTreeItem(emulator_, "team-documents", "/Media/video.bin");
-    int64_t before = lastRequestSeq(emulator_);
+    int64_t before = VHLastRequestSeq(emulator_);
     int fd = open((share("Team Documents") + "/Media/video.bin").c_str(), O_RDONLY);
     char buffer[4096];
     ASSERT_EQ(pread(fd, buffer, sizeof buffer, 10 << 20), 4096);
@@ -179,7 +174,7 @@ TEST_F(VHClientReadTest, ACompletedFileMovesIntoTheShareFolderAndIsReadWithoutRe
     ASSERT_TRUE(client_.waitFor([&] { return fs::exists(complete); }, 30s));
     EXPECT_FALSE(fs::exists(partial));
 
-    int64_t before = lastRequestSeq(emulator_);
+    int64_t before = VHLastRequestSeq(emulator_);
     dropKernelCaches();
     EXPECT_EQ(VHSha256Hex(VHReadWhole(share("Team Documents") + "/Projects/Alpha/diagram.bin")),
               item.at("sha256").get<std::string>());

@@ -73,11 +73,6 @@ int changeRequestsAfter(const VHEmulatorProcess& emulator, int64_t after) {
     return count;
 }
 
-int64_t lastRequestSeq(const VHEmulatorProcess& emulator) {
-    json all = emulator.requests();
-    return all.empty() ? 0 : all.back().at("seq").get<int64_t>();
-}
-
 class VHClientUploadTest : public testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(emulator_.start()); }
@@ -222,7 +217,7 @@ TEST_F(VHClientUploadTest, ALargeRewriteGrowsItsChunksAndResumesAfterAKill) {
             return uploads.value("receiving", 1) == 0 && uploads.value("waiting", 1) == 0;
         },
         30s));
-    int64_t killedAt = lastRequestSeq(emulator_);
+    int64_t killedAt = VHLastRequestSeq(emulator_);
     int64_t resumeFrom = acknowledged();
     ASSERT_LT(resumeFrom, size);
     std::vector<Chunk> before = chunkPuts(emulator_);
@@ -278,7 +273,7 @@ TEST_F(VHClientUploadTest, FiftyChangedFilesAllArriveDespiteFailingRequests) {
     ASSERT_TRUE(waitForConfirmation(names, 120s)) << client_.logs();
 
     // Confirmed means done: nothing is sent again.
-    int64_t confirmedAt = lastRequestSeq(emulator_);
+    int64_t confirmedAt = VHLastRequestSeq(emulator_);
     std::this_thread::sleep_for(10s);
     EXPECT_EQ(changeRequestsAfter(emulator_, confirmedAt), 0);
     for (const auto& [name, bytes] : expected) EXPECT_EQ(serverSha(name), VHSha256Hex(bytes));

@@ -39,6 +39,11 @@ nlohmann::json VHTreeItem(const VHEmulatorProcess& emulator, const std::string& 
     return nullptr;
 }
 
+int64_t VHLastRequestSeq(const VHEmulatorProcess& emulator) {
+    nlohmann::json all = emulator.requests();
+    return all.empty() ? 0 : all.back().at("seq").get<int64_t>();
+}
+
 int64_t VHRecordStatus(const std::string& internalName) {
     VHSqlite files;
     if (!files.open(VHCurrentTestHome() + "/.local/state/Varnholt/files.db",

@@ -17,6 +17,8 @@ std::string VHReadWhole(const std::string& path);
 // The emulator's tree entry of `path` in a share; null when absent.
 nlohmann::json VHTreeItem(const VHEmulatorProcess& emulator, const std::string& shareId,
                           const std::string& path);
+// The sequence number of the emulator's latest logged request (0 when none).
+int64_t VHLastRequestSeq(const VHEmulatorProcess& emulator);
 // The status of the running client's record of an item (its files.db in the
 // test's HOME); -1 when there is none.
 int64_t VHRecordStatus(const std::string& internalName);

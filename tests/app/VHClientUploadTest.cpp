@@ -249,12 +249,20 @@ TEST_F(VHClientUploadTest, FiftyChangedFilesAllArriveDespiteFailingRequests) {
                                     "original " + std::to_string(i) + "\n"));
     }
     ASSERT_NO_FATAL_FAILURE(startWith(actions));
+    // Capped: a file that failed three times in a row would wait out the
+    // retry delays (60 s, then 300 s) and outlast the test.
     for (const char* method : {"POST", "PUT"}) {
         std::string changes = "^/api/(shares|uploads)/";
-        ASSERT_TRUE(emulator_.addFault(
-            {{"method", method}, {"path", changes}, {"status", 500}, {"probability", 0.1}}));
-        ASSERT_TRUE(emulator_.addFault(
-            {{"method", method}, {"path", changes}, {"drop", true}, {"probability", 0.05}}));
+        ASSERT_TRUE(emulator_.addFault({{"method", method},
+                                        {"path", changes},
+                                        {"status", 500},
+                                        {"probability", 0.1},
+                                        {"count", 8}}));
+        ASSERT_TRUE(emulator_.addFault({{"method", method},
+                                        {"path", changes},
+                                        {"drop", true},
+                                        {"probability", 0.05},
+                                        {"count", 4}}));
     }
     std::map<std::string, std::string> expected;
     for (int i = 0; i < 50; ++i) {

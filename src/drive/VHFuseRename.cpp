@@ -24,20 +24,22 @@ namespace {
 
 constexpr int kHiddenDeleteDelayMs = 50;
 
-// libfuse hides a file deleted while open behind a ".fuse_hidden" name; the
+// libfuse hides a file deleted while open behind a ".fuse_hidden" name. The
+// old name must be gone at once (programs check that an unlink took); the
 // record goes a moment later, unless the file comes back under its name.
 int hideDeletedFile(const std::string& from, const std::string& to) {
     VHDatabase& db = VHDatabase::database();
     auto file = driveFileWithPath(from);
-    if (!file) return -ENOENT;
+    if (!file || file->deleted) return -ENOENT;
     db.deleteMap().set(from, to);
-    if (db.shouldAddToRenamingMap()) db.renamingMap().set(VHLastPathComponent(to), from);
     VHConsoleLog("<<DELETE>> add in queue = %@", from);
+    if (!db.renameFile(*file, VHLastPathComponent(to))) return -ENOENT;
     VHRunLater(kHiddenDeleteDelayMs, [from, id = file->internalName] {
         VHDatabase& db = VHDatabase::database();
         if (!db.deleteMap().take(from)) return;
         VHConsoleLog("<<DELETE>> delete file = %@", from);
-        if (auto current = db.fileWithId(id)) db.removeFile(*current, true);
+        auto current = db.fileWithId(id);
+        if (current && !current->deleted) db.removeFile(*current, true);
     });
     return 0;
 }
@@ -194,10 +196,8 @@ int rename(const std::string& rawFrom, const std::string& rawTo) {
     }
     std::string newName = VHLastPathComponent(to);
     if (VHStartsWith(newName, ".fuse_hidden")) return hideDeletedFile(from, to);
-    if (auto hidden = VHDatabase::database().deleteMap().take(to)) {
+    if (VHDatabase::database().deleteMap().take(to)) {
         VHConsoleLog("<<DELETE>> remove from queue = %@", to);
-        // The record never left its name.
-        if (*hidden == from) return 0;
     }
     if (VHContains(to, ".xlsx.sb-")) return createSpreadsheetCopy(to);
     if (VHContains(to, ".sb-")) return 0;

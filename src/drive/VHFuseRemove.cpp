@@ -104,7 +104,7 @@ int rmdirFolder(const std::string& path, bool redirected) {
     if (redirected) db.updateFileWithId(folder->internalName, folder->shareId, kStatusTemporary);
     if (db.blockMap().contains(folder->internalName)) {
         VHConsoleLog("^^^^^ REMOVE DIR progress ID = %@", folder->internalName);
-        return -EBUSY;
+        return -EIO;
     }
     VHConsoleLog("^^^^^ REMOVE DIR SUCCESS ID");
     return db.removeFolderRecursive(*folder) ? 0 : -EIO;

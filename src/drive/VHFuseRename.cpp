@@ -23,6 +23,7 @@ namespace vh {
 namespace {
 
 constexpr int kHiddenDeleteDelayMs = 50;
+constexpr int kSettleMs = 5000;
 
 // libfuse hides a file deleted while open behind a ".fuse_hidden" name. The
 // old name must be gone at once (programs check that an unlink took); the
@@ -107,17 +108,23 @@ std::variant<VHItemPlace, int> destinationPlace(const std::string& to) {
     return place;
 }
 
-// Items coming out of the temp area settle before remote changes touch them.
+// Items coming out of the temp area settle for a while before remote changes
+// (or an rmdir) touch them.
+void block(const std::string& id) {
+    VHDatabase::database().blockMap().set(id, "block");
+    VHRunLater(kSettleMs, [id] { VHDatabase::database().blockMap().remove(id); });
+}
+
 void blockArrivedFromTempArea(const VHFile& moved, const std::string& newShareId) {
     VHDatabase& db = VHDatabase::database();
     if (moved.isFile) {
-        db.blockMap().set(moved.parentId, "block");
+        block(moved.parentId);
         VHConsoleLog("^^^^^ LOCK id = %@, name = %@, parentId = %@", moved.internalName,
                      moved.publicName, moved.parentId);
         VHConsoleLog("^^^^^ <<< LOCK 1 parent ID = %@ >>>", moved.parentId);
         return;
     }
-    db.blockMap().set(moved.internalName, "block");
+    block(moved.internalName);
     db.changeFilesShareIdInFolderRecursive(moved, newShareId);
     VHConsoleLog("^^^^^ LOCK folder id = %@, name = %@, parentId = %@", moved.internalName,
                  moved.publicName, moved.parentId);

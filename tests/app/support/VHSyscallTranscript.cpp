@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 namespace vh::test {
 
@@ -110,8 +112,16 @@ void VHSyscallTranscript::rename(const std::string& from, const std::string& to,
     std::string how = flags == RENAME_NOREPLACE  ? " (no replace)"
                       : flags == RENAME_EXCHANGE ? " (exchange)"
                                                  : "";
-    run("rename " + from + " to " + to + how,
-        [&] { return ::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), flags); });
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    run("rename " + from + " to " + to + how, [&] {
+        for (;;) {
+            int result = ::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), flags);
+            if (result == 0 || errno != EIO || std::chrono::steady_clock::now() > deadline) {
+                return result;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+    });
 }
 
 void VHSyscallTranscript::truncate(const std::string& relative, off_t size) {

@@ -31,7 +31,9 @@ class VHSyscallTranscript {
     void mkdir(const std::string& relative, mode_t mode = 0755);
     void rmdir(const std::string& relative);
     void unlink(const std::string& relative);
-    // renameat2(2); `flags` may be RENAME_NOREPLACE or RENAME_EXCHANGE.
+    // renameat2(2); `flags` may be RENAME_NOREPLACE or RENAME_EXCHANGE. The
+    // drive refuses to move an item while its upload is on its way (EIO, the
+    // user is asked to wait): such a refusal is waited out for up to 30 s.
     void rename(const std::string& from, const std::string& to, unsigned int flags = 0);
     void truncate(const std::string& relative, off_t size);
     void chmod(const std::string& relative, mode_t mode);

@@ -40,7 +40,7 @@ std::string redirectTempFolder(const std::string& path) {
 
 int mkdir(const std::string& rawPath, mode_t mode) {
     VHLog(kLogDrive, "%s:%@", "varnholt_mkdir", rawPath);
-    if (VHNewNameIsInvalid(rawPath)) return -EIO;
+    if (VHNewNameIsInvalid(rawPath)) return VHRefuseInvalidName();
     if (VHIsInTempArea(rawPath)) forgetTempFolder(rawPath);
     std::string path = finalPath(rawPath);
     if (VHIsReadOnlyPath(path)) return -EACCES;
@@ -102,7 +102,7 @@ int create(const std::string& rawPath, mode_t mode, struct fuse_file_info* fi) {
     std::string path = finalPath(rawPath);
     VHConsoleLog("^^^^^ CREATE FILE OLD PATH = %@", rawPath);
     VHConsoleLog("^^^^^ CREATE FILE NEW PATH = %@", path);
-    if (VHNewNameIsInvalid(path)) return -EIO;
+    if (VHNewNameIsInvalid(path)) return VHRefuseInvalidName();
     if (VHIsReadOnlyPath(path)) {
         VHLog(kLogMain, "is read only share");
         return -EACCES;

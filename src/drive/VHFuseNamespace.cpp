@@ -51,6 +51,11 @@ bool VHNewNameIsInvalid(const std::string& path) {
     return VHFuseUtils::containsInvalidCharacters(VHLastPathComponent(path));
 }
 
+int VHRefuseInvalidName() {
+    VHPostDriveAlert(VHDriveAlert::InvalidName);
+    return -EIO;
+}
+
 bool VHIsReadOnlyPath(const std::string& path) {
     if (VHFuseUtils::isPathIgnored(path, false)) return false;
     auto share = driveShareWithPath(path);

@@ -23,6 +23,8 @@ void VHRunLater(int delayMs, std::function<void()> work);
 
 // The last component of `path` holds one of the characters no name may hold.
 bool VHNewNameIsInvalid(const std::string& path);
+// Raises the invalid-name alert; -EIO.
+int VHRefuseInvalidName();
 // `path` lies in a share the user may only read, and is not an ignored name
 // (those never reach the service).
 bool VHIsReadOnlyPath(const std::string& path);

@@ -190,10 +190,7 @@ int rename(const std::string& rawFrom, const std::string& rawTo) {
     std::string from = finalPath(rawFrom), to = finalPath(rawTo);
     VHConsoleLog("^^^^^ RENAME OLD SOURCE = %@, OLD DESTINATION = %@", rawFrom, rawTo);
     VHConsoleLog("^^^^^ RENAME NEW SOURCE = %@, NEW DESTINATION = %@", from, to);
-    if (VHNewNameIsInvalid(to)) {
-        VHPostDriveAlert(VHDriveAlert::InvalidName);
-        return -EIO;
-    }
+    if (VHNewNameIsInvalid(to)) return VHRefuseInvalidName();
     std::string newName = VHLastPathComponent(to);
     if (VHStartsWith(newName, ".fuse_hidden")) return hideDeletedFile(from, to);
     if (VHDatabase::database().deleteMap().take(to)) {

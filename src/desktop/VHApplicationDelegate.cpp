@@ -213,6 +213,15 @@ void VHApplicationDelegate::subscribeToNotifications() {
             Qt::QueuedConnection);
     connect(&drive, &VHDriveEvents::fuseDidUnmount, this, &VHApplicationDelegate::didUnmount,
             Qt::QueuedConnection);
+    // A second later, so that the refused call has returned to its program.
+    connect(
+        &drive, &VHDriveEvents::driveAlert, this,
+        [](const QString& title, const QString& message) {
+            QTimer::singleShot(1000, [title, message] {
+                VHDesktopServices::showAlert(title.toStdString(), message.toStdString());
+            });
+        },
+        Qt::QueuedConnection);
     VHConnector& connector = VHConnector::defaultConnector();
     connect(&connector, &VHConnector::globalLoggedIn, this, &VHApplicationDelegate::didLoggedIn);
     connect(&connector, &VHConnector::domainsLoggedIn, this,

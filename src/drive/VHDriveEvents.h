@@ -1,6 +1,6 @@
 // The drive's notifications to the application: mounted, mount failed,
-// unmounted. Signals are emitted on FUSE's threads; connect with a queued
-// connection to act on the main thread.
+// unmounted, and refusals the user must be told of. Signals are emitted on FUSE's threads; connect
+// with a queued connection to act on the main thread.
 #pragma once
 
 #include <QObject>
@@ -20,6 +20,9 @@ class VHDriveEvents : public QObject {
     void fuseMountFailed(int code);
     // The FUSE session ended (unmounted from inside or outside).
     void fuseDidUnmount();
+    // A change on the drive was refused for a reason the user must see; the
+    // application shows it a second later (the callback already failed).
+    void driveAlert(const QString& title, const QString& message);
 };
 
 }  // namespace vh

@@ -79,6 +79,21 @@ void fillItem(struct stat* st, const VHFile& file, bool readOnly) {
     }
 }
 
+// A file deleted while open lives on in the copy its handle holds.
+int describeRemovedFile(VHFuseFileData& handle, struct stat* st) {
+    int fd = handle.fileDescriptor();
+    struct stat copy {};
+    if (fd == -1 || fstat(fd, &copy) != 0) return -ENOENT;
+    fillCommon(st, S_IFREG | (copy.st_mode & 0777));
+    st->st_nlink = 0;
+    st->st_size = copy.st_size;
+    st->st_blocks = copy.st_blocks;
+    st->st_mtim = copy.st_mtim;
+    st->st_atim = copy.st_atim;
+    st->st_ctim = copy.st_ctim;
+    return 0;
+}
+
 int notFound(const char* rawPath) {
     if (VHLastPathComponent(rawPath) == "tree.txt") VHConsoleLog("file is not found....");
     VHLog(kLogDrive, "VHFuseFileSystem: attributesOfItemAtPath: failed: %s", rawPath);
@@ -129,7 +144,7 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
         if (auto* open = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi))) {
             VHDatabase& db = VHDatabase::database();
             auto file = db.fileWithId(open->fileId());
-            if (!file || file->deleted) return -ENOENT;
+            if (!file || file->deleted) return describeRemovedFile(*open, st);
             // Without its path (deleted while open) the record's own share decides.
             auto share = db.shareForFile(*file);
             fillItem(st, *file, share && share->isReadonlyShare());

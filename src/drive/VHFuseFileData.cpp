@@ -2,13 +2,10 @@
 
 #include <unistd.h>
 
-#include <QCoreApplication>
-#include <QThreadPool>
-#include <QTimer>
 #include <algorithm>
 
+#include "drive/VHFuseNamespace.h"
 #include "lib/VHFormat.h"
-#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "transfer/VHFileCache.h"
 
@@ -36,17 +33,6 @@ class OpenFilesHooks final : public VHOpenFilesHooks {
         VHFuseFileData::exchangeFileId(a, b);
     }
 };
-
-// Runs `work` on a pool thread after `delayMs`, timed by the main thread's loop.
-void runLater(int delayMs, std::function<void()> work) {
-    QCoreApplication* app = QCoreApplication::instance();
-    if (!app) return;
-    QMetaObject::invokeMethod(app, VHHandOff([delayMs, work = std::move(work)] {
-                                  QTimer::singleShot(delayMs, QCoreApplication::instance(), [work] {
-                                      QThreadPool::globalInstance()->start(VHHandOff(work));
-                                  });
-                              }));
-}
 
 }  // namespace
 
@@ -205,7 +191,7 @@ void VHFuseFileData::scheduleUpdateChecks() {
         if (gUpdateCheckScheduled) return;
         gUpdateCheckScheduled = true;
     }
-    runLater(kUpdateCheckDelayMs, [] { checkUpdatedFiles(); });
+    VHRunLater(kUpdateCheckDelayMs, [] { checkUpdatedFiles(); });
 }
 
 void VHFuseFileData::checkUpdatedFiles() {

@@ -64,6 +64,16 @@ int truncateOnOpen(VHFuseFileData& handle, VHFile& file) {
     return 0;
 }
 
+// The handle's descriptor on the complete cache copy; -errno when it cannot be opened.
+int completeCopyDescriptor(VHFuseFileData& handle, const VHFile& file) {
+    VHMutexLock io(handle.ioMutex());
+    return handle.cacheDescriptor([&] {
+        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
+        int fd = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()), 0600);
+        return fd < 0 ? -errno : fd;
+    });
+}
+
 int open(const std::string& path, struct fuse_file_info* fi) {
     VHLog(kLogDrive, "%s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
     fi->fh = 0;
@@ -86,6 +96,10 @@ int open(const std::string& path, struct fuse_file_info* fi) {
     bool truncates = (fi->flags & O_TRUNC) && (fi->flags & O_ACCMODE) != O_RDONLY;
     if (truncates && file->isFile && file->fileSize > 0) {
         if (int error = truncateOnOpen(*handle, *file)) return error;
+    } else if (file->isFile && VHDownloadQueue::downloadQueue().isFileDownloaded(*file)) {
+        // Held from the start, the copy stays readable through this handle
+        // even when the file is deleted while open.
+        completeCopyDescriptor(*handle, *file);
     }
     handle.release()->storeIn(fi);
     return 0;
@@ -98,16 +112,6 @@ int preadOrError(int fd, char* buffer, size_t size, off_t offset, const char* pa
         return -errno;
     }
     return static_cast<int>(count);
-}
-
-// The handle's descriptor on the complete cache copy; -errno when it cannot be opened.
-int completeCopyDescriptor(VHFuseFileData& handle, const VHFile& file) {
-    VHMutexLock io(handle.ioMutex());
-    return handle.cacheDescriptor([&] {
-        std::string cachePath = VHFileCache::fileCache().pathForFileCache(file);
-        int fd = ::open(cachePath.c_str(), cacheOpenFlags(handle.openFlags()), 0600);
-        return fd < 0 ? -errno : fd;
-    });
 }
 
 int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_file_info* fi) {

@@ -252,10 +252,16 @@ std::optional<std::pair<VHFile, VHFile>> VHFilesTable::exchange(const VHFile& ol
     old.deleted = newFile.deleted;
     old.isFile = newFile.isFile;
     old.status = newFile.isFile ? kStatusModified : kStatusChanged;
+    // The new item keeps the old one's name and contents (a backup copy).
     VHFile fresh = newFile;
     fresh.publicName = oldFile.publicName;
     fresh.parentId = oldFile.parentId;
     fresh.fileHash = oldFile.fileHash;
+    fresh.fileSize = oldFile.fileSize;
+    fresh.createTime = oldFile.createTime;
+    fresh.accessTime = oldFile.accessTime;
+    fresh.modifyTime = oldFile.modifyTime;
+    fresh.permissions = oldFile.permissions;
     fresh.uploadName.clear();
     if (!addFile(old, old.status) || !addFile(fresh, fresh.status)) return std::nullopt;
     return std::pair{old, fresh};

@@ -45,7 +45,7 @@ class VHCacheFiles {
     virtual void deleteFileDownload(const VHFile& file) = 0;
     // Whether the complete-cache file exists.
     virtual bool hasCompleteCache(const VHFile& file) = 0;
-    // The new file's cache and attributes take the old file's place.
+    // The two files' caches and attributes trade places.
     virtual void exchangeFileCaches(const VHFile& oldFile, const VHFile& newFile) = 0;
     // Moves a file's cache and attribute files between share folders.
     virtual void moveFileCache(const std::string& internalName, const std::string& newInternalName,

@@ -447,14 +447,20 @@ void VHFileCache::exchangeFileCaches(const VHFile& oldFile, const VHFile& newFil
         !safeNames({newFile.shareId, newFile.internalName})) {
         return;
     }
-    std::string oldCache = pathForFileCache(oldFile);
-    unlink(oldCache.c_str());
-    rename(pathForFileCache(newFile).c_str(), oldCache.c_str());
-    std::string oldAttrs = pathForFileExtAttrs(oldFile);
-    std::string newAttrs = pathForFileExtAttrs(newFile);
-    unlink(oldAttrs.c_str());
-    if (exists(newAttrs)) VHConsoleLog("attributed file exists %@", newAttrs);
-    rename(newAttrs.c_str(), oldAttrs.c_str());
+    swapOrMove(pathForFileCache(oldFile), pathForFileCache(newFile));
+    swapOrMove(pathForFileExtAttrs(oldFile), pathForFileExtAttrs(newFile));
+}
+
+// The two files trade places; when only one exists it moves to the other's.
+void VHFileCache::swapOrMove(const std::string& path, const std::string& otherPath) {
+    bool here = exists(path), there = exists(otherPath);
+    if (here && there) {
+        exchangeFileContents(path, otherPath);
+    } else if (here) {
+        rename(path.c_str(), otherPath.c_str());
+    } else if (there) {
+        rename(otherPath.c_str(), path.c_str());
+    }
 }
 
 void VHFileCache::moveFileCache(const std::string& internalName, const std::string& newInternalName,

@@ -117,7 +117,8 @@ class VHFileCache final : public VHCacheFiles {
     // Swaps the two files through a temporary name in the first one's folder;
     // false (and a log line) when any of the three renames failed.
     static bool exchangeFileContents(const std::string& path, const std::string& otherPath);
-    // The new file's cache and attributes replace the old file's; errors ignored.
+    // The two files' caches and attributes trade places (one that exists
+    // alone moves to the other's name); errors ignored.
     void exchangeFileCaches(const VHFile& oldFile, const VHFile& newFile) override;
     // Moves the cache and attribute files to another share's folder, possibly
     // under a new internal name; errors ignored.
@@ -128,6 +129,7 @@ class VHFileCache final : public VHCacheFiles {
 
   private:
     explicit VHFileCache(const std::string& root);
+    static void swapOrMove(const std::string& path, const std::string& otherPath);
     void initCachePathes(const std::string& root);
     void startExpirySweep();
     void checkExpiredCaches();

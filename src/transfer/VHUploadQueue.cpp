@@ -134,8 +134,12 @@ void VHUploadQueue::checkUploads() {
 
 bool VHUploadQueue::upload(const VHFile& queued) {
     VHFile file = queued;
-    if (VHIsPathIgnored(file.publicName) || !shouldProcessUpload(file)) return false;
     VHDatabase& db = VHDatabase::database();
+    // The service is told of a deletion whatever name hid the item last
+    // (a file deleted while open goes under a ".fuse_hidden" name).
+    bool deletesKnownItem = file.deleted && db.fileWithId(file.internalName, true);
+    if (VHIsPathIgnored(file.publicName) && !deletesKnownItem) return false;
+    if (!shouldProcessUpload(file)) return false;
     if (!db.shareWithId(file.shareId)) {
         if (!file.parentShareId.empty()) {
             db.updateFileWithId(file.internalName, file.parentShareId, "");

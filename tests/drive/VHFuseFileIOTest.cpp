@@ -52,15 +52,14 @@ TEST(VHFuseFileIO, ConcurrentFirstReadsThroughOneHandleShareOneDescriptor) {
     VHApplyItems("s1", {VHTestItem("s1", "i-doc", "s1", "doc.txt", 10, 1)});
     auto file = VHDatabase::database().fileWithPath("/Alpha/doc.txt");
     ASSERT_TRUE(file);
-    // The cache copy is a pipe: opening it for reading blocks until a writer
-    // comes, which holds the first reader inside its open for as long as the
-    // test wants.
-    const std::string copy = VHFileCache::fileCache().pathForFileCache(*file);
-    ASSERT_EQ(mkfifo(copy.c_str(), 0600), 0);
-
     fuse_file_info fi{};
     fi.flags = O_RDONLY;
     ASSERT_EQ(varnholt_open("/Alpha/doc.txt", &fi), 0);
+    // The copy completes after the open, so the first reads open it. It is a
+    // pipe: opening it for reading blocks until a writer comes, which holds
+    // the first reader inside its open for as long as the test wants.
+    const std::string copy = VHFileCache::fileCache().pathForFileCache(*file);
+    ASSERT_EQ(mkfifo(copy.c_str(), 0600), 0);
     std::atomic<pid_t> firstThread = 0;
     auto reader = [&](bool first) {
         if (first) firstThread = gettid();

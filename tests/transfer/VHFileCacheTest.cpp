@@ -258,7 +258,9 @@ TEST_F(VHFileCacheTest, SideFilesDeletionExchangeAndMove) {
     writeFile(cache.pathForFileCache(newFile), "new");
     writeFile(cache.pathForFileExtAttrs(newFile), "new attrs");
     VHStoreHooks::cache().exchangeFileCaches(oldFile, newFile);
+    // The taken-over item's bytes live on under the new item (a backup copy).
     EXPECT_EQ(readFile(cache.pathForFileCache(oldFile)), "new");
+    EXPECT_EQ(readFile(cache.pathForFileCache(newFile)), "old");
     EXPECT_EQ(readFile(cache.pathForFileExtAttrs(oldFile)), "new attrs");
     EXPECT_FALSE(fs::exists(cache.pathForFileExtAttrs(newFile)));
 

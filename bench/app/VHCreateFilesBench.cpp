@@ -41,7 +41,8 @@ using Clock = std::chrono::steady_clock;
 using nlohmann::json;
 using vh::test::VHShellQuoted;
 
-constexpr auto kWaitLimit = 20min;
+// 10,000 uploads at a few files per second take most of it.
+constexpr auto kWaitLimit = 30min;
 constexpr int kFilesPerFolder = 100;
 constexpr int kSpotChecks = 20;
 constexpr int kRclonePort = 18475;
@@ -145,6 +146,13 @@ std::optional<double> untar(const Tarball& tarball, const std::string& folder,
     return std::nullopt;
 }
 
+std::string progress(int held, int total, const char* where, double seconds) {
+    char text[160];
+    std::snprintf(text, sizeof text, "%d of %d files %s after %.0f s (%.1f files/s so far)", held,
+                  total, where, seconds, held / seconds);
+    return text;
+}
+
 // Polls `held` (how many of the files the far side holds) until it is
 // `total`, at most until `start` + kWaitLimit. The poll interval grows with
 // the poll's own cost so that watching takes little from what is watched.
@@ -160,20 +168,16 @@ bool waitForAll(const char* where, const std::function<int()>& held, int total,
             f.resolution = std::chrono::duration<double>(interval).count();
             return true;
         }
-        std::string status = std::to_string(now) + " of " + std::to_string(total) + " files " +
-                             where + " after " + std::to_string(static_cast<int>(since(start))) +
-                             " s";
+        std::string status = progress(now, total, where, since(start));
         if (gInterrupted || Clock::now() - start > kWaitLimit) {
-            f.problem = gInterrupted ? "interrupted: " + status
-                                     : "timed out after 20 min waiting: " + status;
+            f.problem = (gInterrupted ? "interrupted: " : "timed out: ") + status;
             return false;
         }
         if (Clock::now() - lastReport > 30s) {
             std::fprintf(stderr, "%s\n", status.c_str());
             lastReport = Clock::now();
         }
-        interval =
-            std::clamp(cost * 8, std::chrono::milliseconds(250), std::chrono::milliseconds(5000));
+        interval = std::clamp(cost * 8, 250ms, 5000ms);
         std::this_thread::sleep_for(interval);
     }
 }

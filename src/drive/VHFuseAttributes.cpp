@@ -132,7 +132,11 @@ int getattr(const char* rawPath, struct stat* st) {
 
 int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] {
-        if (path) return getattr(path, st);
+        // An open file answers by its handle: its path may already name
+        // another file, or a hidden one that is gone.
+        if (path && !dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi))) {
+            return getattr(path, st);
+        }
         // An open folder or file: libfuse gives its handle instead of a path.
         if (dynamic_cast<VHFuseSpecialHandle*>(VHFuseHandle::from(fi))) {
             fillSpecial(st);

@@ -147,6 +147,12 @@ std::vector<VHFuseFileData*> VHFuseFileData::openedFiles() {
     return gOpenedFiles;
 }
 
+bool VHFuseFileData::isOpen(const std::string& fileId) {
+    VHMutexLock lock(gTableMutex);
+    return std::any_of(gOpenedFiles.begin(), gOpenedFiles.end(),
+                       [&](VHFuseFileData* open) { return open->fileId() == fileId; });
+}
+
 std::vector<pid_t> VHFuseFileData::openProcesses() {
     std::vector<pid_t> processes;
     VHMutexLock lock(gTableMutex);

@@ -76,6 +76,8 @@ class VHFuseFileData : public VHFuseHandle {
     // ---- The table (any thread) ---------------------------------------------
     // A snapshot of the open handles, in order of opening.
     static std::vector<VHFuseFileData*> openedFiles();
+    // Some handle has the file open.
+    static bool isOpen(const std::string& fileId);
     // The processes that hold files open.
     static std::vector<pid_t> openProcesses();
     // Whether the file may be uploaded now: its last modification is older

@@ -27,7 +27,9 @@ constexpr int kSettleMs = 5000;
 
 // libfuse hides a file deleted while open behind a ".fuse_hidden" name. The
 // old name must be gone at once (programs check that an unlink took); the
-// record goes a moment later, unless the file comes back under its name.
+// record goes a moment later, unless the file comes back under its name, or
+// when it is still open, with its last release (libfuse then unlinks the
+// hidden name), so that fstat keeps working meanwhile.
 int hideDeletedFile(const std::string& from, const std::string& to) {
     VHDatabase& db = VHDatabase::database();
     auto file = driveFileWithPath(from);
@@ -40,7 +42,9 @@ int hideDeletedFile(const std::string& from, const std::string& to) {
         if (!db.deleteMap().take(from)) return;
         VHConsoleLog("<<DELETE>> delete file = %@", from);
         auto current = db.fileWithId(id);
-        if (current && !current->deleted) db.removeFile(*current, true);
+        if (current && !current->deleted && !VHFuseFileData::isOpen(id)) {
+            db.removeFile(*current, true);
+        }
     });
     return 0;
 }

@@ -19,6 +19,11 @@ bool isTemporaryName(const std::string& name) {
     return VHIsPathIgnored(name) || VHContains(name, kDocumentBeingSaved);
 }
 
+// Never uploaded, and so neither is anything inside it (a ".git" folder).
+bool isLocalOnly(const VHFile& folder) {
+    return isTemporaryName(folder.publicName) || folder.status == kStatusTemporary;
+}
+
 uint64_t statusAfterRename(uint64_t status, const std::string& newName) {
     switch (status) {
         case kStatusCreated:
@@ -31,6 +36,11 @@ uint64_t statusAfterRename(uint64_t status, const std::string& newName) {
         default:
             return status;
     }
+}
+
+// An editor's backup of a file: "name~" or ".name".
+bool isBackupOf(const std::string& newName, const std::string& oldName) {
+    return newName == oldName + "~" || newName == "." + oldName;
 }
 
 // Stores the row's current state as its shadow, unless it has one.
@@ -116,7 +126,7 @@ std::optional<VHFile> VHDatabase::createFileItem(const std::string& name,
 
     ItemChange change = write([&](VHFilesTable& t) {
         std::optional<VHFile> parent = t.fileWithId(parentId, false);
-        bool temporary = isTemporaryName(name) || (parent && isTemporaryName(parent->publicName));
+        bool temporary = isTemporaryName(name) || (parent && isLocalOnly(*parent));
         file.status = temporary ? kStatusTemporary : kStatusCreated;
         return insertOrTakeOver(t, file);
     });
@@ -165,9 +175,16 @@ std::optional<VHFile> VHDatabase::renameFile(const VHFile& file, const std::stri
         renamed.parentId = parentId;
         if (auto change = takeOverByRename(t, renamed)) return *change;
         uint64_t status = statusAfterRename(current->status, newName);
+        std::optional<VHFile> newParent = t.fileWithId(parentId, false);
+        if (newParent && isLocalOnly(*newParent) && status == kStatusCreated) {
+            status = kStatusTemporary;
+        }
         bool known = current->status == kStatusSynchronized || current->status == kStatusUploaded;
-        // Only a rename that hides the item keeps the server's state.
-        if (known && (VHIsSafeSaveName(newName) || VHIsHiddenFuseName(newName))) {
+        // Only a rename that hides the item, or moves it aside as an editor's
+        // backup, keeps the server's state: a new file under the old name
+        // then takes the item over.
+        if (known && (VHIsSafeSaveName(newName) || VHIsHiddenFuseName(newName) ||
+                      isBackupOf(newName, current->publicName))) {
             keepShadow(t, *current);
         }
         if (status == current->status) {

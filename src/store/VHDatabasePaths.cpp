@@ -73,7 +73,9 @@ std::optional<VHFile> VHDatabase::fileWithPath(const std::string& rawPath, bool 
     if (components.size() <= 2 || components[0] != "/") return std::nullopt;
     VHPathCache& cache = shadow ? shadowCache_ : liveCache_;
     if (auto id = cache.find(path)) {
-        if (auto file = fileWithId(*id, shadow)) return file;
+        // A deleted item may have handed its name on to a live one.
+        auto file = fileWithId(*id, shadow);
+        if (file && !file->deleted) return file;
         cache.erasePath(path);
     }
     if (auto parentId = cache.find(VHDeletingLastPathComponent(path))) {

@@ -161,12 +161,14 @@ std::optional<VHFile> VHFilesTable::fileWithId(const std::string& id, bool shado
                 {id});
 }
 
+// A name whose deletion is still on its way to the service may already be
+// taken again: the live item answers for it.
 std::optional<VHFile> VHFilesTable::fileWithParentId(const std::string& parentId,
                                                      const std::string& name, bool shadow) {
     return file(shadow ? "SELECT * FROM files WHERE parentId = ? AND publicName = ? AND status = "
                          "5 LIMIT 0, 1"
                        : "SELECT * FROM files WHERE parentId = ? AND publicName = ? AND status "
-                         "!= 5 LIMIT 0, 1",
+                         "!= 5 ORDER BY deleted ASC LIMIT 0, 1",
                 {parentId, name});
 }
 
@@ -175,7 +177,7 @@ std::optional<std::string> VHFilesTable::idOfFileNamed(const std::string& name,
     return string(shadow ? "SELECT internalName FROM files WHERE parentId = ? AND publicName = ? "
                            "ORDER BY status DESC LIMIT 0, 1"
                          : "SELECT internalName FROM files WHERE parentId = ? AND publicName = ? "
-                           "AND status != 5 LIMIT 0, 1",
+                           "AND status != 5 ORDER BY deleted ASC LIMIT 0, 1",
                   {parentId, name});
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <QObject>
+#include <QThread>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -124,12 +125,15 @@ TEST_F(VHDriveNamespaceTest, AFileDeletedWhileOpenIsGoneAtOnceAndStillReadable) 
     struct stat st {};
     EXPECT_EQ(fstat(fd, &st), 0);
     EXPECT_EQ(st.st_size, 10);
+    // The record lasts as long as the file is open, hidden, and goes with it.
+    QThread::msleep(200);
+    EXPECT_EQ(pread(fd, buffer, sizeof buffer, 0), 10);
+    EXPECT_EQ(fstat(fd, &st), 0);
+    close(fd);
     EXPECT_TRUE(VHWaitUntil([&] {
         auto gone = VHDatabase::database().fileWithId(id);
         return !gone || gone->deleted;
     }));
-    EXPECT_EQ(pread(fd, buffer, sizeof buffer, 0), 10);
-    close(fd);
     // A new file under the old name is a new item.
     writeFile(path("/Alpha/open.txt"), "new");
     EXPECT_NE(record("/Alpha/open.txt")->internalName, id);
@@ -183,6 +187,15 @@ TEST_F(VHDriveNamespaceTest, RefusalsGiveTheirErrnoAndTellTheUser) {
     EXPECT_EQ(alerts_[0], "You do not have permissions to alter items in read only share.");
     EXPECT_EQ(alerts_[1], "You can't move files between shares.");
     EXPECT_EQ(alerts_[2], "File Name cannot contain any of these characters \\/:*?\"<>|");
+}
+
+TEST_F(VHDriveNamespaceTest, AFolderRenamedOverAnEmptyOneKeepsItsContents) {
+    ASSERT_EQ(mkdir(path("/Alpha/d1").c_str(), 0755), 0);
+    writeFile(path("/Alpha/d1/x.txt"), "x-ray");
+    ASSERT_EQ(mkdir(path("/Alpha/empty").c_str(), 0755), 0);
+    ASSERT_EQ(rename(path("/Alpha/d1").c_str(), path("/Alpha/empty").c_str()), 0);
+    EXPECT_EQ(readFile(path("/Alpha/empty/x.txt")), "x-ray");
+    EXPECT_EQ(errorOf(rmdir(path("/Alpha/empty").c_str())), ENOTEMPTY);
 }
 
 TEST_F(VHDriveNamespaceTest, ExchangeAndNoReplace) {

@@ -55,6 +55,7 @@
 #include "store/VHMetadataStorage.h"
 #include "store/VHPathCache.h"
 #include "store/VHReaderConnections.h"
+#include "store/VHServerPlaces.h"
 #include "store/VHShutdownBlock.h"
 #include "store/VHStringMap.h"
 #include "store/VHVirtualFile.h"
@@ -205,6 +206,17 @@ class VHDatabase {
     std::vector<VHFile> uploadsFromIndex(int64_t offset, int64_t count);
     // files: status 4 for a live row that has a pending change.
     bool markFileUploaded(const VHFile& file);
+    // Every row named `name` in the folder, shadows and deleted rows too.
+    std::vector<VHFile> rowsNamed(const std::string& parentId, const std::string& name);
+    // An item in the folder (by its live row or its shadow) has a change the
+    // service lacks.
+    bool hasPendingChildren(const std::string& folderId);
+    // The service took a rename of the item to `name` in `parentId` that is
+    // not its last one: its shadow, if any, and its noted place follow.
+    bool movedOnService(const std::string& id, const std::string& name,
+                        const std::string& parentId);
+    // Where the service has renamed items whose rename it has not taken.
+    const VHServerPlaces& serverPlaces() const { return serverPlaces_; }
     // The uploads table's row of the item.
     std::optional<VHFileUploadStatus> uploadStatusForFile(const VHFile& file);
     bool updateUploadStatus(const VHFileUploadStatus& status);
@@ -294,8 +306,9 @@ class VHDatabase {
     // on the caller's thread.
 
     // A new item in `parentId` of the share; nothing when the share is
-    // unknown. Saving a new file or folder under the name of one that has a
-    // pending change keeps the old identity and returns the old item's row.
+    // unknown. Saving a new file under the name of a file that has a pending
+    // change keeps the old identity and returns the old item's row (a folder
+    // never takes another's identity: its children would not follow).
     std::optional<VHFile> createFile(const std::string& name, const std::string& shareId,
                                      const std::string& parentId);
     std::optional<VHFile> createFolder(const std::string& name, const std::string& shareId,
@@ -304,7 +317,8 @@ class VHDatabase {
                                          const std::string& parentId, bool isDir);
     // Renames within the parent, or moves when `newParentId` is not empty.
     // Returns the live row as now stored (the taken-over item's row after a
-    // save-by-rename); nothing when the row is gone.
+    // save-by-rename, of files only and never of a deleted file); nothing
+    // when the row is gone.
     std::optional<VHFile> renameFile(const VHFile& file, const std::string& newName,
                                      const std::string& newParentId = "");
     // Records new contents (size, modify time, deleted flag of `file`); a
@@ -467,6 +481,7 @@ class VHDatabase {
     VHMetadataStorage storage_;
     VHPathCache liveCache_;
     VHPathCache shadowCache_;
+    VHServerPlaces serverPlaces_;
     VHStringMap archiveMap_;
     VHStringMap deleteMap_;
     VHStringMap renamingMap_;

@@ -150,7 +150,7 @@ VHDatabase::ItemChange VHDatabase::insertOrTakeOver(VHFilesTable& t, const VHFil
             } else if (!shadow) {
                 VHLog(kLogDatabase,
                       "Warning! Found previd %@, but there is no shadow with this id.", *previd);
-            } else if (live->isFile == file.isFile && !live->deleted && t.exchange(*live, file)) {
+            } else if (live->isFile && file.isFile && !live->deleted && t.exchange(*live, file)) {
                 return {t.fileWithId(live->internalName, false), std::pair{*live, file}};
             }
         }
@@ -174,6 +174,10 @@ std::optional<VHFile> VHDatabase::renameFile(const VHFile& file, const std::stri
         renamed.publicName = newName;
         renamed.parentId = parentId;
         if (auto change = takeOverByRename(t, renamed)) return *change;
+        if (current->status != kStatusCreated && current->status != kStatusTemporary) {
+            serverPlaces_.noteLeaving(current->internalName,
+                                      {current->parentId, current->publicName});
+        }
         uint64_t status = statusAfterRename(current->status, newName);
         std::optional<VHFile> newParent = t.fileWithId(parentId, false);
         if (newParent && isLocalOnly(*newParent) && status == kStatusCreated) {
@@ -218,7 +222,11 @@ std::optional<VHDatabase::ItemChange> VHDatabase::takeOverByRename(VHFilesTable&
     std::optional<VHFile> target = t.fileWithParentId(renamed.parentId, renamed.publicName, true);
     if (!target || target->internalName == renamed.internalName) return std::nullopt;
     std::optional<VHFile> existing = t.fileWithId(target->internalName, false);
-    if (!existing || existing->isFile != renamed.isFile) return std::nullopt;
+    // A folder's children would stay with the identity it gives up, and a
+    // deleted item's name is free: both are plain renames.
+    if (!existing || !existing->isFile || !renamed.isFile || existing->deleted) {
+        return std::nullopt;
+    }
     if (renamed.status == kStatusTemporary) renamed.status = kStatusCreated;
     if (!t.exchange(*existing, renamed)) return ItemChange{};
     return ItemChange{t.fileWithId(existing->internalName, false), std::pair{*existing, renamed}};

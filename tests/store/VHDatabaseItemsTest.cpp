@@ -2,6 +2,8 @@
 // status rules, and saves that keep a document's identity.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/VHStoreTestSupport.h"
 
 namespace vh::test {
@@ -108,6 +110,28 @@ TEST_F(VHDatabaseItemsTest, SaveByRenameKeepsTheIdentity) {
     EXPECT_EQ(saved->status, kStatusModified);
     EXPECT_EQ(db().fileWithId(copy->internalName)->publicName, "doc.txt.sb-old");
     EXPECT_EQ(db().fileNamesListWithParent("s1").size(), 2u);
+}
+
+// A folder keeps its own identity (its children stay with it), and a deleted
+// item's name is free to take without its identity.
+TEST_F(VHDatabaseItemsTest, OnlyALiveFileIsTakenOverByRename) {
+    ASSERT_TRUE(db().removeFile(synced("d1", "s1", "old", false), true));
+    VHFile folder = db().createFolder("new", "s1", "s1").value();
+    VHFile child = db().createFile("child.txt", "s1", folder.internalName).value();
+    std::optional<VHFile> renamed = db().renameFile(folder, "old");
+    ASSERT_TRUE(renamed);
+    EXPECT_EQ(renamed->internalName, folder.internalName);
+    EXPECT_EQ(db().fileWithPath("/Share/old")->internalName, folder.internalName);
+    EXPECT_EQ(db().fileWithPath("/Share/old/child.txt")->internalName, child.internalName);
+    EXPECT_TRUE(db().fileWithId("d1")->deleted);
+
+    ASSERT_TRUE(db().removeFile(synced("f2", "s1", "b.txt"), true));
+    VHFile a = db().createFile("a.txt", "s1", "s1").value();
+    EXPECT_EQ(db().renameFile(a, "b.txt")->internalName, a.internalName);
+    EXPECT_TRUE(db().fileWithId("f2")->deleted);
+    std::vector<std::string> names = db().fileNamesListWithParent("s1");
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"b.txt", "old"}));
 }
 
 TEST_F(VHDatabaseItemsTest, MovingAFolderIntoAnotherShareMakesNewItems) {

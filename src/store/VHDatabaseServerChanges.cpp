@@ -132,6 +132,7 @@ void VHDatabase::applyServerDeletion(VHFilesTable& t, const VHFile& server,
 }
 
 void VHDatabase::replaceRow(VHFilesTable& t, const VHFile& file) {
+    serverPlaces_.forget(file.internalName);
     t.deleteFile(file.internalName);
     t.addFile(file, kStatusSynchronized);
 }

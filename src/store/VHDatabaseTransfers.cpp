@@ -55,10 +55,39 @@ std::vector<VHFile> VHDatabase::uploadsFromIndex(int64_t offset, int64_t count) 
 }
 
 bool VHDatabase::markFileUploaded(const VHFile& file) {
+    serverPlaces_.forget(file.internalName);
     return write([&](VHFilesTable& t) {
         return t.update(
             "UPDATE files SET status = 4 WHERE internalName = ? AND status != 5 AND status != 0",
             {file.internalName});
+    });
+}
+
+std::vector<VHFile> VHDatabase::rowsNamed(const std::string& parentId, const std::string& name) {
+    return orEmpty(read([&](VHFilesTable& t) {
+        return t.files("SELECT * FROM files WHERE parentId = ? AND publicName = ?",
+                       {parentId, name});
+    }));
+}
+
+bool VHDatabase::hasPendingChildren(const std::string& folderId) {
+    auto count = read([&](VHFilesTable& t) {
+        return t.integer(
+            "SELECT COUNT(*) FROM files f WHERE parentId = ? AND (status IN (1, 2, 3) OR (status "
+            "= 5 AND EXISTS (SELECT 1 FROM files l WHERE l.internalName = f.internalName AND "
+            "l.status IN (1, 2, 3))))",
+            {folderId});
+    });
+    return count.value_or(0) > 0;
+}
+
+bool VHDatabase::movedOnService(const std::string& id, const std::string& name,
+                                const std::string& parentId) {
+    serverPlaces_.moved(id, {parentId, name});
+    return write([&](VHFilesTable& t) {
+        return t.update(
+            "UPDATE files SET publicName = ?, parentId = ? WHERE internalName = ? AND status = 5",
+            {name, parentId, id});
     });
 }
 

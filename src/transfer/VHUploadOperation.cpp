@@ -109,6 +109,14 @@ VHUploadOperation::Result VHUploadOperation::upload() {
               sent_.publicName);
         return {Outcome::Failed, std::nullopt};
     }
+    if (!interimName_.empty()) {
+        sent_.publicName = interimName_;
+        // In the folder the service has it in, wherever it goes next.
+        if (std::optional<VHFile> shadow = db.fileWithId(sent_.internalName, true)) {
+            sent_.parentId = shadow->parentId;
+        }
+        return newFileApiRename(*share);
+    }
     if (sent_.deleted) return newFileApiDelete(*share);
     if (sent_.status == kStatusChanged) {
         std::optional<VHFile> shadow = db.fileWithId(sent_.internalName, true);

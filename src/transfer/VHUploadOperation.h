@@ -94,6 +94,10 @@ class VHUploadOperation {
     bool sentContents() const { return sentContents_; }
 
     void setChunkTimeouts(VHChunkTimeouts timeouts) { timeouts_ = timeouts; }
+    // Sends only a rename, to `name` in the item's folder: a stopgap that
+    // frees the item's old name on the service for another item.
+    void setInterimName(std::string name) { interimName_ = std::move(name); }
+    const std::string& interimName() const { return interimName_; }
 
   private:
     struct Result {
@@ -133,6 +137,7 @@ class VHUploadOperation {
     const VHFile file_;
     VHUploadOperationDelegate* const delegate_;
     const bool forceMetadataChange_;
+    std::string interimName_;
     VHFile sent_;
     uint64_t generation_ = 0;
     bool sentContents_ = false;

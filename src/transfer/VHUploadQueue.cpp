@@ -121,9 +121,10 @@ void VHUploadQueue::checkUploads() {
         std::vector<VHFile> page = db.uploadsFromIndex(index, kPageSize);
         for (const VHFile& file : page) {
             if (accepted >= kMaxAcceptedPerPass) break;
-            if (upload(file)) {
+            Taken taken = take(file);
+            if (taken == Taken::Accepted) {
                 ++accepted;
-            } else {
+            } else if (taken == Taken::Refused) {
                 printToConsole(VHFormat("upload refused for file %@", file.publicName));
             }
         }
@@ -133,13 +134,19 @@ void VHUploadQueue::checkUploads() {
 }
 
 bool VHUploadQueue::upload(const VHFile& queued) {
+    return take(queued) == Taken::Accepted;
+}
+
+VHUploadQueue::Taken VHUploadQueue::take(const VHFile& queued) {
     VHFile file = queued;
     VHDatabase& db = VHDatabase::database();
     // The service is told of a deletion whatever name hid the item last
     // (a file deleted while open goes under a ".fuse_hidden" name).
     bool deletesKnownItem = file.deleted && db.fileWithId(file.internalName, true);
-    if (VHIsPathIgnored(file.publicName) && !deletesKnownItem) return false;
-    if (!shouldProcessUpload(file)) return false;
+    if (VHIsPathIgnored(file.publicName) && !deletesKnownItem) return Taken::Refused;
+    if (!shouldProcessUpload(file)) return Taken::Refused;
+    VHUploadOrder::Verdict verdict = order_.verdict(file);
+    if (verdict.kind == VHUploadOrder::Kind::Wait) return Taken::Waiting;
     if (!db.shareWithId(file.shareId)) {
         if (!file.parentShareId.empty()) {
             db.updateFileWithId(file.internalName, file.parentShareId, "");
@@ -150,24 +157,32 @@ bool VHUploadQueue::upload(const VHFile& queued) {
         }
     }
     VHMutexLock lock(mutex_);
-    if (stopped_) return false;
+    if (stopped_) return Taken::Refused;
     printToConsole(VHFormat("^^^^^ UPLOAD id = %@, name = %@, shareId = %@, parentId = %@",
                             file.internalName, file.publicName, file.shareId, file.parentId));
     Operation last;
     for (const Entry& entry : operations_) {
         const VHFile& other = entry.operation->file();
         if (other.internalName != file.internalName) continue;
-        if (other.publicName == file.publicName && other.parentId == file.parentId) return true;
+        // After an interim rename the order is judged again.
+        if (!entry.operation->interimName().empty()) return Taken::Accepted;
+        if (other.publicName == file.publicName && other.parentId == file.parentId) {
+            return Taken::Accepted;
+        }
         last = entry.operation;
+    }
+    if (verdict.kind == VHUploadOrder::Kind::Interim && !last) {
+        addToQueue(file, nullptr, true, verdict.interimName);
+        return Taken::Accepted;
     }
     if (!last) {
         addToQueue(file, nullptr, false);
-        return true;
+        return Taken::Accepted;
     }
     // Renamed or moved while an upload of it runs: the rename follows it.
     file.status = kStatusChanged;
     addToQueue(file, last, true);
-    return true;
+    return Taken::Accepted;
 }
 
 bool VHUploadQueue::shouldProcessUpload(const VHFile& file) {

@@ -41,6 +41,7 @@
 #include "store/VHStoreHooks.h"
 #include "transfer/VHFileMetaType.h"
 #include "transfer/VHUploadOperation.h"
+#include "transfer/VHUploadOrder.h"
 
 class QTimer;
 
@@ -126,13 +127,17 @@ class VHUploadQueue : public QObject, public VHUploadHooks, private VHUploadOper
         bool started = false;
     };
 
+    enum class Taken { Accepted, Refused, Waiting };
+
     VHUploadQueue();
     ~VHUploadQueue() override;
 
+    Taken take(const VHFile& queued) VH_EXCLUDES(mutex_);
     bool shouldProcessUpload(const VHFile& file) VH_EXCLUDES(mutex_);
     bool sameAsUnconfirmed(const VHFile& file) VH_EXCLUDES(mutex_);
-    void addToQueue(const VHFile& file, Operation predecessor, bool forceMetadataChange)
-        VH_REQUIRES(mutex_);
+    // An operation with an interim name leaves the item pending and unconfirmed.
+    void addToQueue(const VHFile& file, Operation predecessor, bool forceMetadataChange,
+                    const std::string& interimName = {}) VH_REQUIRES(mutex_);
     void startReady() VH_REQUIRES(mutex_);
     void runOperation(const Operation& operation);
     void operationEnded(const Operation& operation, VHUploadOperation::Outcome outcome)
@@ -169,6 +174,8 @@ class VHUploadQueue : public QObject, public VHUploadHooks, private VHUploadOper
     std::once_flag started_;
     VHChunkTimeouts chunkTimeouts_;
     std::atomic<int64_t> lastSummary_{0};
+    VHUploadOrder order_{
+        [this](const std::string& id) { return existsOperationOnFileWithInternalName(id); }};
 };
 
 }  // namespace vh

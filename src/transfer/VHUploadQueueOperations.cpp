@@ -8,12 +8,14 @@
 
 namespace vh {
 
-void VHUploadQueue::addToQueue(const VHFile& file, Operation predecessor,
-                               bool forceMetadataChange) {
-    unconfirmedUploads_[file.internalName] = file;
+void VHUploadQueue::addToQueue(const VHFile& file, Operation predecessor, bool forceMetadataChange,
+                               const std::string& interimName) {
+    // The service's record of an interim rename must not replace the row.
+    if (interimName.empty()) unconfirmedUploads_[file.internalName] = file;
     VHUploadOperationDelegate* delegate = this;
     auto operation = std::make_shared<VHUploadOperation>(file, delegate, forceMetadataChange);
     operation->setChunkTimeouts(chunkTimeouts_);
+    operation->setInterimName(interimName);
     operations_.push_back(Entry{operation, std::move(predecessor)});
     startReady();
 }
@@ -148,6 +150,12 @@ void VHUploadQueue::uploadFinished(VHUploadOperation& operation,
                                    const std::optional<VHNewAPIRecordedEvent>& journal) {
     VHDatabase& db = VHDatabase::database();
     const VHFile& sent = operation.sentFile();
+    if (!operation.interimName().empty()) {
+        // The item stays pending; its old name is free on the service now.
+        db.movedOnService(sent.internalName, sent.publicName, sent.parentId);
+        VHLog(kLogMain, "Item %@ moved to an interim name to free its old one.", sent.internalName);
+        return;
+    }
     const bool dependent = hasDependent(operation);
     bool current;
     if (operation.sentContents()) {

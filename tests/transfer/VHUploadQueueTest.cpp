@@ -26,9 +26,11 @@ using namespace std::chrono_literals;
 
 json seed() {
     auto text = VHWriteTextAction;
-    json seed = VHTeamSeed({text("/readme.txt", "hello world"), text("/other.txt", "outside"),
-                            text("/held.txt", "held"), text("/gone.txt", "gone"),
-                            text("/free.txt", "free")});
+    json seed =
+        VHTeamSeed({text("/readme.txt", "hello world"), text("/other.txt", "outside"),
+                    text("/held.txt", "held"), text("/gone.txt", "gone"), text("/free.txt", "free"),
+                    text("/doomed/a.txt", "rescued"), text("/doomed/b.txt", "doomed"),
+                    text("/swap-a.txt", "was a"), text("/swap-b.txt", "was b")});
     seed["users"].push_back(
         {{"email", "b@varnholt.test"}, {"password", "pw"}, {"primaryDomain", "d1.varnholt.test"}});
     seed["shares"][0]["acl"] = json::array({{{"email", "b@varnholt.test"}, {"aclType", 1}}});
@@ -311,6 +313,48 @@ TEST_F(VHUploadQueueTest, QueueKeepsBackWhatMustNotGoYet) {
     queue().uploadsAdded();
     EXPECT_TRUE(VHWaitUntil([&] { return uploaded(open.internalName); }, 30s));
     EXPECT_TRUE(serverHas("/open.txt", "being written"));
+}
+
+// Sent in the wrong order, each of these changes would be refused by the
+// service: a parent not made yet, a name still taken, a folder deleted with a
+// file that was moved out of it.
+TEST_F(VHUploadQueueTest, ChangesThatDependOnOthersWaitForThem) {
+    VHFile folder = db().createFolder("New", "team", "team").value();
+    VHFile inner = db().createFolder("Inner", "team", folder.internalName).value();
+    VHFile moved = db().renameFile(file("/readme.txt"), "moved.txt", inner.internalName).value();
+    VHFile rescued = db().renameFile(file("/doomed/a.txt"), "rescued.txt", "team").value();
+    ASSERT_TRUE(db().removeFile(file("/doomed/b.txt"), true));
+    VHFile doomed = file("/doomed");
+    ASSERT_TRUE(db().removeFile(doomed, true));
+    VHFile a = file("/swap-a.txt"), b = file("/swap-b.txt");
+    ASSERT_TRUE(db().renameFile(a, "swap-c.txt"));
+    ASSERT_TRUE(db().renameFile(b, "swap-a.txt"));
+    ASSERT_TRUE(db().renameFile(*db().fileWithId(a.internalName), "swap-b.txt"));
+    // The name of a deleted file taken by a new one.
+    ASSERT_TRUE(db().removeFile(file("/other.txt"), true));
+    VHFile reborn = create("other.txt", "reborn");
+    queue().runThread();
+
+    for (const VHFile& f : {folder, inner, moved, rescued, reborn}) {
+        EXPECT_TRUE(VHWaitUntil([&] { return uploaded(f.internalName); }, 60s)) << f.publicName;
+    }
+    EXPECT_TRUE(
+        VHWaitUntil([&] { return uploaded(a.internalName) && uploaded(b.internalName); }, 60s));
+    EXPECT_TRUE(VHWaitUntil([&] { return !item("/doomed"); }, 60s));
+    EXPECT_TRUE(serverHas("/New/Inner/moved.txt", "hello world"));
+    EXPECT_TRUE(serverHas("/rescued.txt", "rescued"));
+    EXPECT_TRUE(serverHas("/swap-a.txt", "was b"));
+    EXPECT_TRUE(serverHas("/swap-b.txt", "was a"));
+    EXPECT_TRUE(serverHas("/other.txt", "reborn"));
+    EXPECT_EQ(item("/swap-a.txt")->at("internalName"), b.internalName);
+    std::vector<json> changes;
+    for (const json& r : emulator_.requests()) {
+        if (r["path"].get<std::string>().starts_with("/api/shares/")) changes.push_back(r);
+    }
+    ASSERT_FALSE(changes.empty());
+    for (const json& r : changes) {
+        EXPECT_EQ(r["status"].get<int>() / 100, 2) << r["method"] << " " << r["path"];
+    }
 }
 
 TEST_F(VHUploadQueueTest, AnUpdateOfAnItemTheServiceLostCreatesItAgain) {

@@ -333,10 +333,7 @@ class VHClientNamespaceCompareTest : public testing::Test {
 
 }  // namespace
 
-// Disabled until fixed: a folder renamed over an empty folder that was
-// already sent to the service lists as empty afterwards.
-TEST_F(VHClientNamespaceCompareTest,
-       DISABLED_TheScriptGivesTheSameTranscriptOnTheDriveAsOnALocalFolder) {
+TEST_F(VHClientNamespaceCompareTest, TheScriptGivesTheSameTranscriptOnTheDriveAsOnALocalFolder) {
     std::string onDrive = drive("My Files/compare");
     std::string onLocal = VHCurrentTestHome() + "/local-compare";
     ASSERT_EQ(mkdir(onDrive.c_str(), 0755), 0) << std::strerror(errno);

@@ -123,10 +123,7 @@ class VHClientOfflineTest : public testing::Test {
 
 }  // namespace
 
-// Disabled until fixed: the queue sends deletions, renames, contents and
-// creations in that order, so a move into a folder made offline, or names
-// swapped through a third, are refused by the service.
-TEST_F(VHClientOfflineTest, DISABLED_ChangesMadeWhileTheServiceIsDownArriveInOrderOnceItIsBack) {
+TEST_F(VHClientOfflineTest, ChangesMadeWhileTheServiceIsDownArriveInOrderOnceItIsBack) {
     emulator_.stop();
     rename("/offline/rename-me.txt", "/offline/renamed.txt");
     ASSERT_EQ(unlink(drive("/offline/delete-me.txt").c_str()), 0) << std::strerror(errno);

@@ -5,11 +5,13 @@
 
 #include "VHAdminContentService.h"
 #include "VHAdminDiagnosticsService.h"
+#include "VHAdminHubService.h"
 #include "VHAdminService.h"
 #include "VHCatchUpService.h"
 #include "VHEmulatorSeed.h"
 #include "VHEmulatorText.h"
 #include "VHFileApiService.h"
+#include "VHHubService.h"
 #include "VHLinkService.h"
 #include "VHLoginService.h"
 #include "VHTransferService.h"
@@ -61,8 +63,15 @@ bool VHEmulator::seed(const std::string& seedFile) {
     return true;
 }
 
-void VHEmulator::registerServices() {
+void VHEmulator::registerServices(const VHHubTiming& hubTiming) {
     VHEmulatorServer& server = *server_;
+    hub_ = std::make_unique<VHHubConnections>(hubTiming);
+    {
+        auto guard = store_.db.lock();
+        store_.events.setListener([hub = hub_.get()](const std::string&) { hub->changed(); });
+    }
+    services_.push_back(makeService<VHHubService>(server, store_, *hub_));
+    services_.push_back(makeService<VHAdminHubService>(server, store_, *hub_));
     services_.push_back(makeService<VHLoginService>(server, store_));
     services_.push_back(makeService<VHCatchUpService>(server, store_));
     services_.push_back(makeService<VHFileApiService>(server, store_));
@@ -93,7 +102,7 @@ bool VHEmulator::start(const Options& options) {
     }
     if (!tls_.setUp(options.stateDir + "/tls", names)) return false;
     server_ = std::make_unique<VHEmulatorServer>(tls_, faults_, log_, globalHost);
-    registerServices();
+    registerServices(options.hubTiming);
     port_ = server_->bind(options.listenHost, options.port);
     if (port_ <= 0) {
         VHEmulatorLog("cannot listen on " + options.listenHost + ":" +
@@ -105,6 +114,8 @@ bool VHEmulator::start(const Options& options) {
 }
 
 void VHEmulator::stop() {
+    // Held polls answer first, or the server would wait for them.
+    if (hub_) hub_->stop();
     if (server_) server_->stop();
     if (thread_.joinable()) thread_.join();
 }

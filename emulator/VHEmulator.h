@@ -1,6 +1,5 @@
 // The emulator as one object: state folder, certificates, HTTPS server and
-// its services. The realtime hub (a later addition) registers its routes
-// here beside the others and reads the per-domain events of the store.
+// its services, the realtime hub among them.
 #pragma once
 
 #include <memory>
@@ -13,6 +12,7 @@
 #include "VHEmulatorServer.h"
 #include "VHEmulatorStore.h"
 #include "VHEmulatorTls.h"
+#include "VHHubConnections.h"
 
 namespace vh::emulator {
 
@@ -25,6 +25,7 @@ class VHEmulator {
         std::string seedFile;  // empty: the built-in demo account
         double uploadLifetimeSeconds = kDefaultUploadLifetimeSeconds;
         uint64_t uploadReserveBytes = kDefaultUploadReserveBytes;
+        VHHubTiming hubTiming;
     };
 
     VHEmulator();
@@ -41,12 +42,13 @@ class VHEmulator {
 
   private:
     bool seed(const std::string& seedFile);
-    void registerServices();
+    void registerServices(const VHHubTiming& hubTiming);
 
     VHEmulatorStore store_;
     VHEmulatorTls tls_;
     VHEmulatorFaults faults_;
     VHEmulatorRequestLog log_;
+    std::unique_ptr<VHHubConnections> hub_;
     std::unique_ptr<VHEmulatorServer> server_;
     std::thread thread_;
     int port_ = -1;

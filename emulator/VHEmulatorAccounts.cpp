@@ -205,6 +205,15 @@ std::optional<VHEmulatorMembership> VHEmulatorAccounts::membershipByToken(
     return result;
 }
 
+std::optional<VHEmulatorMembership> VHEmulatorAccounts::membershipByCookie(
+    const std::string& domainId, const std::string& cookie) {
+    std::optional<VHEmulatorMembership> result;
+    if (cookie.empty()) return result;
+    db_.query(select(kMembershipColumns, "memberships", "WHERE domainId = ? AND cookie = ?"),
+              {domainId, cookie}, [&](const Row& row) { result = membershipFromRow(row); });
+    return result;
+}
+
 std::optional<VHEmulatorDevice> VHEmulatorAccounts::device(const std::string& email,
                                                            const std::string& deviceId) {
     std::optional<VHEmulatorDevice> result;

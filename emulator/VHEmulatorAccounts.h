@@ -37,6 +37,8 @@ class VHEmulatorAccounts {
                                                    const std::string& domainId);
     std::optional<VHEmulatorMembership> membershipByToken(const std::string& domainId,
                                                           const std::string& token);
+    std::optional<VHEmulatorMembership> membershipByCookie(const std::string& domainId,
+                                                           const std::string& cookie);
 
     std::optional<VHEmulatorDevice> device(const std::string& email, const std::string& deviceId);
     bool setDevice(const std::string& email, const std::string& deviceId, bool wipe);

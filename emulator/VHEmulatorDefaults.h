@@ -31,7 +31,7 @@ inline constexpr std::string_view kAdminPrefix = "/_emulator/";
 inline constexpr int kReadTimeoutSeconds = 120;
 
 // Service threads: 16 streaming clients plus logins, catch-ups, admin calls
-// and (later) held realtime polls.
+// and held realtime polls.
 inline constexpr size_t kServerThreads = 64;
 
 // How long an upload may take from its event to its last chunk, and how
@@ -47,6 +47,12 @@ inline constexpr size_t kMaxJsonBody = 256u * 1024 * 1024;
 
 // Domain events kept per domain for the realtime hub.
 inline constexpr int64_t kKeptDomainEvents = 10000;
+
+// The realtime hub: a space is written into a held poll every keep-alive
+// interval, and a poll with nothing to deliver is answered empty after the
+// connection time-out.
+inline constexpr double kDefaultHubKeepAliveSeconds = 10;
+inline constexpr double kDefaultHubConnectionTimeoutSeconds = 110;
 
 // Reason codes ("Code") of file-API answers.
 inline constexpr int kCodeOk = 0;

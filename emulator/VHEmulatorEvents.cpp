@@ -13,6 +13,7 @@ bool VHEmulatorEvents::record(const std::string& domainId, int messageType,
         return false;
     }
     auto seq = db_.integer("SELECT last_insert_rowid()");
+    if (listener_) listener_(domainId);
     // Trimming now and then keeps inserts cheap.
     if (seq && *seq % 1000 == 0) {
         return db_.run(
@@ -21,6 +22,19 @@ bool VHEmulatorEvents::record(const std::string& domainId, int messageType,
             {domainId, domainId, int64_t(kKeptDomainEvents)});
     }
     return true;
+}
+
+int64_t VHEmulatorEvents::latest(const std::string& domainId) {
+    return db_.integer("SELECT IFNULL(MAX(seq), 0) FROM events WHERE domainId = ?", {domainId})
+        .value_or(0);
+}
+
+std::optional<int64_t> VHEmulatorEvents::nthAfter(const std::string& domainId, int messageType,
+                                                  int64_t seq, int64_t n) {
+    return db_.integer(
+        "SELECT seq FROM events WHERE domainId = ? AND messageType = ? AND seq > ? "
+        "ORDER BY seq LIMIT 1 OFFSET ?",
+        {domainId, int64_t(messageType), seq, n - 1});
 }
 
 std::vector<VHEmulatorEvent> VHEmulatorEvents::after(const std::string& domainId, int64_t seq,

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,13 +31,25 @@ class VHEmulatorEvents {
   public:
     explicit VHEmulatorEvents(VHEmulatorDatabase& db) : db_(db) {}
 
+    // Called with the domain's id after each event is recorded, with the
+    // database lock held (inside the transaction that may still roll back).
+    void setListener(std::function<void(const std::string& domainId)> listener) {
+        listener_ = std::move(listener);
+    }
+
     bool record(const std::string& domainId, int messageType, const std::string& sender,
                 const VHJson& message);
+    // The newest event's seq of a domain; 0 when it has none.
+    int64_t latest(const std::string& domainId);
+    // The seq of the `n`th (from 1) event of `messageType` after `seq`.
+    std::optional<int64_t> nthAfter(const std::string& domainId, int messageType, int64_t seq,
+                                    int64_t n);
     // Events of a domain after `seq`, oldest first, at most `limit`.
     std::vector<VHEmulatorEvent> after(const std::string& domainId, int64_t seq, int64_t limit);
 
   private:
     VHEmulatorDatabase& db_;
+    std::function<void(const std::string&)> listener_;
 };
 
 }  // namespace vh::emulator

@@ -1,5 +1,6 @@
 // varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]
 //                   [--upload-ttl SECONDS] [--upload-reserve BYTES]
+//                   [--hub-keepalive SECONDS] [--hub-timeout SECONDS]
 //
 // Serves the service on one HTTPS port until SIGINT or SIGTERM. Prints
 // "listening HOST:PORT" and "ca-file PATH" on standard output once ready.
@@ -22,6 +23,8 @@ struct Arguments {
     std::string seed;
     uint64_t uploadTtl = static_cast<uint64_t>(vh::emulator::kDefaultUploadLifetimeSeconds);
     uint64_t uploadReserve = vh::emulator::kDefaultUploadReserveBytes;
+    uint64_t hubKeepAlive = static_cast<uint64_t>(vh::emulator::kDefaultHubKeepAliveSeconds);
+    uint64_t hubTimeout = static_cast<uint64_t>(vh::emulator::kDefaultHubConnectionTimeoutSeconds);
 };
 
 bool parseCount(const std::string& text, uint64_t& value) {
@@ -44,6 +47,12 @@ bool parseArguments(int argc, char** argv, Arguments& arguments) {
             if (!parseCount(value, arguments.uploadTtl)) return false;
         } else if (option == "--upload-reserve") {
             if (!parseCount(value, arguments.uploadReserve)) return false;
+        } else if (option == "--hub-keepalive") {
+            if (!parseCount(value, arguments.hubKeepAlive) || arguments.hubKeepAlive == 0) {
+                return false;
+            }
+        } else if (option == "--hub-timeout") {
+            if (!parseCount(value, arguments.hubTimeout) || arguments.hubTimeout == 0) return false;
         } else {
             return false;
         }
@@ -75,9 +84,11 @@ int main(int argc, char** argv) {
     vh::emulator::VHEmulator::Options options;
     if (!parseArguments(argc, argv, arguments) ||
         !splitListen(arguments.listen, options.listenHost, options.port)) {
-        std::fprintf(stderr,
-                     "usage: varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]\n"
-                     "                         [--upload-ttl SECONDS] [--upload-reserve BYTES]\n");
+        std::fprintf(
+            stderr,
+            "usage: varnholt-emulator [--listen 127.0.0.1:0] [--state DIR] [--seed FILE]\n"
+            "                         [--upload-ttl SECONDS] [--upload-reserve BYTES]\n"
+            "                         [--hub-keepalive SECONDS] [--hub-timeout SECONDS]\n");
         return 2;
     }
     // Signals are taken by sigwait below, on this thread only.
@@ -93,6 +104,8 @@ int main(int argc, char** argv) {
     options.seedFile = arguments.seed;
     options.uploadLifetimeSeconds = static_cast<double>(arguments.uploadTtl);
     options.uploadReserveBytes = arguments.uploadReserve;
+    options.hubTiming.keepAliveSeconds = static_cast<double>(arguments.hubKeepAlive);
+    options.hubTiming.connectionTimeoutSeconds = static_cast<double>(arguments.hubTimeout);
     std::error_code error;
     std::filesystem::create_directories(options.stateDir, error);
     int status = 1;

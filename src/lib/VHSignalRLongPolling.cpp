@@ -40,8 +40,7 @@ VHSignalRReply VHSignalRReplyFrom(const VHHttpResponse& response) {
                        "HTTP status " + std::to_string(response.status) + ": " +
                            std::string(body.substr(0, kQuotedBodyLimit)));
     }
-    size_t start = body.find_first_not_of(" \t\r\n");
-    if (start != std::string_view::npos) body.remove_prefix(start);
+    // The parser skips the leading spaces that the server writes as keep-alives.
     VHSignalRReply reply;
     reply.json = VHJson::parse(body.begin(), body.end(), nullptr, false);
     if (!reply.json.is_object()) {

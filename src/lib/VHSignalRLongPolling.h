@@ -35,7 +35,7 @@ struct VHSignalRReply {
 };
 
 // The error code and message of a failed exchange, or 0 and the answer
-// parsed (leading white space, the server's keep-alive bytes, skipped).
+// parsed (after any keep-alive spaces the server wrote first).
 VHSignalRReply VHSignalRReplyFrom(const VHHttpResponse& response);
 
 class VHSignalRLongPolling : public std::enable_shared_from_this<VHSignalRLongPolling> {

@@ -1,7 +1,10 @@
 // A hub connection of the SignalR 2 protocol (client protocol 1.5) over the
 // long-polling transport: negotiate, connect, start, then one held poll
-// after another; a failed poll leads to reconnecting until the server's
-// DisconnectTimeout has passed.
+// after another. A failed poll reports `error` once and then `reconnecting`;
+// /reconnect is tried every 2 s (only refusals, -1011, are reported again)
+// until one works (`reconnected`) or the server's DisconnectTimeout has
+// passed (`closed`, without /abort). A failure while connecting and an
+// {"E":..} answer report `error` and then `closed`.
 //
 // Threads: the connection, its proxies and its transport belong to the
 // thread this object lives on (the main thread or a QThread with an event

@@ -120,14 +120,6 @@ class SignalRHubConnectionTest : public testing::Test {
             },
             30s);
     }
-    bool serverForgotConnections() {
-        return VHWaitUntil(
-            [&] {
-                auto list = emulator.admin("GET", "hub/connections");
-                return list && list->empty();
-            },
-            30s);
-    }
     std::vector<VHJson> requests(const std::string& path) const {
         std::vector<VHJson> found;
         for (const auto& request : emulator.requests()) {
@@ -196,7 +188,10 @@ TEST_F(SignalRHubConnectionTest, StartsInvokesReceivesEventsAndStops) {
     ASSERT_TRUE(happened("closed"));
     EXPECT_EQ(connection->state(), VHSignalRHubConnection::State::Disconnected);
     EXPECT_FALSE(requests("/signalr/abort").empty());
-    EXPECT_TRUE(serverForgotConnections());
+    EXPECT_TRUE(VHWaitUntil([&] {
+        auto list = emulator.admin("GET", "hub/connections");
+        return list && list->empty();
+    }));
 }
 
 TEST_F(SignalRHubConnectionTest, DroppedPollReconnectsWithoutLosingEvents) {

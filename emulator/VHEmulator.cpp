@@ -68,7 +68,7 @@ void VHEmulator::registerServices(const VHHubTiming& hubTiming) {
     hub_ = std::make_unique<VHHubConnections>(hubTiming);
     {
         auto guard = store_.db.lock();
-        store_.events.setListener([hub = hub_.get()](const std::string&) { hub->changed(); });
+        store_.events.setListener([hub = hub_.get()] { hub->changed(); });
     }
     services_.push_back(makeService<VHHubService>(server, store_, *hub_));
     services_.push_back(makeService<VHAdminHubService>(server, store_, *hub_));

@@ -13,7 +13,7 @@ bool VHEmulatorEvents::record(const std::string& domainId, int messageType,
         return false;
     }
     auto seq = db_.integer("SELECT last_insert_rowid()");
-    if (listener_) listener_(domainId);
+    if (listener_) listener_();
     // Trimming now and then keeps inserts cheap.
     if (seq && *seq % 1000 == 0) {
         return db_.run(

@@ -31,11 +31,9 @@ class VHEmulatorEvents {
   public:
     explicit VHEmulatorEvents(VHEmulatorDatabase& db) : db_(db) {}
 
-    // Called with the domain's id after each event is recorded, with the
-    // database lock held (inside the transaction that may still roll back).
-    void setListener(std::function<void(const std::string& domainId)> listener) {
-        listener_ = std::move(listener);
-    }
+    // Called after each event is recorded, with the database lock held
+    // (inside a transaction that may still roll back).
+    void setListener(std::function<void()> listener) { listener_ = std::move(listener); }
 
     bool record(const std::string& domainId, int messageType, const std::string& sender,
                 const VHJson& message);
@@ -49,7 +47,7 @@ class VHEmulatorEvents {
 
   private:
     VHEmulatorDatabase& db_;
-    std::function<void(const std::string&)> listener_;
+    std::function<void()> listener_;
 };
 
 }  // namespace vh::emulator

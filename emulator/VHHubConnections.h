@@ -107,12 +107,12 @@ class VHHubConnections {
 
     const VHHubTiming timing_;
     std::mutex mutex_;
-    std::condition_variable wake_;
-    std::map<std::string, Connection> connections_;
-    std::map<std::string, VHHubSkipRule> skipRules_;  // by domain id
-    uint64_t changes_ = 0;
-    uint64_t nextTicket_ = 1;
-    bool stopping_ = false;
+    std::condition_variable wake_;                    // of mutex_
+    std::map<std::string, Connection> connections_;   // guarded by mutex_
+    std::map<std::string, VHHubSkipRule> skipRules_;  // by domain id; guarded by mutex_
+    uint64_t changes_ = 0;                            // guarded by mutex_
+    uint64_t nextTicket_ = 1;                         // guarded by mutex_
+    bool stopping_ = false;                           // guarded by mutex_
 };
 
 }  // namespace vh::emulator

@@ -66,6 +66,7 @@ void VHDatabase::insertServerItem(VHFilesTable& t, const VHFile& server, ServerE
 
 void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfirmed, VHFile local,
                                    ServerEffects& effects) {
+    effects.leftNames.emplace(local.parentId, local.publicName);
     if (std::optional<ManagedShare> sub = getSubshareForFile(local)) {
         server.shareId = sub->shareId();
         server.parentShareId = sub->ParentShareId.value_or("");
@@ -96,7 +97,10 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfir
         t.deleteFileShadow(local.internalName);
         if (shadow->publicName != local.publicName) replaceRow(t, local);
     }
-    if (server.isFile && !sameTime) {
+    // Two versions written within one second differ in size or upload name.
+    bool newContents = !sameTime || local.fileSize != server.fileSize ||
+                       (!server.uploadName.empty() && server.uploadName != local.uploadName);
+    if (server.isFile && newContents) {
         server.permissions = local.permissions;
         effects.outdated.emplace_back(local, server.tick);
     }
@@ -115,6 +119,7 @@ void VHDatabase::applyServerDeletion(VHFilesTable& t, const VHFile& server,
         t.deleteFile(server.internalName);
         return;
     }
+    effects.leftNames.emplace(local->parentId, local->publicName);
     if (local->isFile && (local->status == kStatusModified || local->status == kStatusChanged) &&
         !local->deleted) {
         VHLog(kLogDatabase,
@@ -167,6 +172,23 @@ void VHDatabase::announceServerEffects(const ServerEffects& effects) {
         if (!effects.deletedFolders.count(id)) folders.insert(id);
     }
     if (!folders.empty()) VHStoreHooks::app().refreshFinderFolders(drivePathsOfFolders(folders));
+    VHStoreHooks::app().driveItemsChanged(touchedDrivePaths(effects));
+}
+
+std::vector<std::string> VHDatabase::touchedDrivePaths(const ServerEffects& effects) {
+    std::set<std::string> parents = effects.folders;
+    for (const auto& [parentId, name] : effects.leftNames) parents.insert(parentId);
+    std::vector<std::string> paths;
+    for (const std::string& parentId : parents) {
+        std::vector<std::string> found = drivePathsOfFolders({parentId});
+        if (found.empty()) continue;
+        paths.push_back(found.front());
+        for (auto it = effects.leftNames.lower_bound({parentId, ""});
+             it != effects.leftNames.end() && it->first == parentId; ++it) {
+            paths.push_back(found.front() + "/" + it->second);
+        }
+    }
+    return paths;
 }
 
 }  // namespace vh

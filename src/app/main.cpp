@@ -47,6 +47,7 @@ int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
     if (delegate.driveRunning()) endProcess(code);
     delegate.releaseInstanceLock();
     vh::VHConnector::defaultConnector().waitForOperations();
+    vh::VHConnector::defaultConnector().stopRealtime();
     vh::VHUploadQueue::uploadQueue().stopThread();
     vh::VHDownloadQueue::downloadQueue().stopThread();
     vh::VHHttp::shutdown();

@@ -529,6 +529,11 @@ void VHApplicationDelegate::refreshFinderFolders(const std::vector<std::string>&
     QMetaObject::invokeMethod(this, [drivePaths] { VHInvalidateDrivePaths(drivePaths); });
 }
 
+void VHApplicationDelegate::driveItemsChanged(const std::vector<std::string>& drivePaths) {
+    // On the store's effects thread: the main thread may not wait on the kernel.
+    VHInvalidateDrivePaths(drivePaths);
+}
+
 void VHApplicationDelegate::refreshFinderRootFolder() {
     refreshFinderFolders({"/"});
 }

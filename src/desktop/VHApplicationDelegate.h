@@ -104,6 +104,7 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     std::string deviceId() override;
     void globalLoginResponceLoaded(const GlobalLoginResponce& response) override;
     void refreshFinderFolders(const std::vector<std::string>& drivePaths) override;
+    void driveItemsChanged(const std::vector<std::string>& drivePaths) override;
     void refreshFinderRootFolder() override;
     void refreshFileInFinder(const VHFile& file) override;
 

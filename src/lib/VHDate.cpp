@@ -106,6 +106,19 @@ VHDate VHDate::now() {
     return VHDate{static_cast<double>(ns) / 1e9};
 }
 
+namespace {
+constexpr int64_t kTicksAt1970 = 621355968000000000;
+constexpr double kTicksPerSecond = 10000000.0;
+}  // namespace
+
+int64_t VHTicksFromDate(VHDate date) {
+    return kTicksAt1970 + static_cast<int64_t>(std::floor(date.seconds * kTicksPerSecond));
+}
+
+VHDate VHDateFromTicks(int64_t ticks) {
+    return VHDate{static_cast<double>(ticks - kTicksAt1970) / kTicksPerSecond};
+}
+
 VHDate VHDate::distantPast() {
     return VHDate{kDistantPast};
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <compare>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -35,6 +36,10 @@ std::optional<VHDate> VHTryParseJsonDate(std::string_view text);
 
 // "yyyy-MM-ddTHH:mm:ss.SSSZ" in UTC.
 std::string VHDateToJsonText(VHDate date);
+
+// Ticks of 100 ns since 0001-01-01, as the realtime channel stamps times.
+int64_t VHTicksFromDate(VHDate date);
+VHDate VHDateFromTicks(int64_t ticks);
 
 // The local standard text "yyyy-MM-dd HH:mm:ss +hhmm" used in log lines.
 std::string VHDateLocalDescription(VHDate date);

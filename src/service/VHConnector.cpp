@@ -9,6 +9,7 @@
 #include "lib/VHSettings.h"
 #include "service/VHCredentialStore.h"
 #include "service/VHDeviceInfo.h"
+#include "service/VHSRConnections.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHTransferHooks.h"
 #include "transfer/VHUploadQueue.h"
@@ -59,13 +60,35 @@ VHConnector& VHConnector::defaultConnector() {
 VHConnector::VHConnector()
     : transferHooks_(std::make_unique<TransferHooks>(*this)),
       loginOperationQueue_(std::make_unique<QThreadPool>()),
-      catchupOperationQueue_(std::make_unique<QThreadPool>()) {
+      catchupOperationQueue_(std::make_unique<QThreadPool>()),
+      realtime_(std::make_unique<VHSRConnections>(realtimeActions())) {
     needsFullRefresh_ = VHSettings::contains(kNeedsFullRefresh);
     VHTransferHooks::set(transferHooks_.get());
 }
 
 VHConnector::~VHConnector() {
     VHTransferHooks::set(nullptr);
+}
+
+VHSRConnection::Actions VHConnector::realtimeActions() {
+    VHSRConnection::Actions actions;
+    actions.catchUp = [this](const ManagedShare& share) { catchUp(share); };
+    actions.singleDomainLogin = [this](const UserDomain& domain) { singleDomainLogin(domain); };
+    actions.userDomainWithId = [this](const std::string& id) { return userDomainWithId(id); };
+    actions.userDomainWithName = [this](const std::string& url) { return userDomainWithName(url); };
+    return actions;
+}
+
+VHSRConnection* VHConnector::srConnectionForDomain(const UserDomain& domain) {
+    return realtime_->connectionForDomain(domain);
+}
+
+void VHConnector::disconnectSignalR() {
+    realtime_->disconnectAll();
+}
+
+void VHConnector::stopRealtime() {
+    realtime_->stop();
 }
 
 void VHConnector::waitForOperations() {
@@ -241,6 +264,7 @@ bool VHConnector::lockAvailableForShare(const ManagedShare&) const {
 // ---- Logout -----------------------------------------------------------------------
 
 void VHConnector::logout() {
+    disconnectSignalR();
     setGlobalLoginResponce(std::nullopt);
     VHDownloadQueue::downloadQueue().cancelAllDownloads();
     VHUploadQueue::uploadQueue().cancelAllUploads();

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "lib/VHThreadSafety.h"
+#include "service/VHSRConnection.h"
 #include "store/VHCatchUpResponse.h"
 #include "store/VHLoginRecords.h"
 
@@ -32,6 +33,7 @@ class QThreadPool;
 namespace vh {
 
 class VHCredentialStore;
+class VHSRConnections;
 class VHTransferHooks;
 struct VHHttpResponse;
 
@@ -140,6 +142,13 @@ class VHConnector : public QObject {
     // Share ids with a catch-up request in flight; any thread.
     std::vector<std::string> activeCatchupShares() const;
 
+    // ---- Realtime channel (any thread) ---------------------------------------
+    VHSRConnection* srConnectionForDomain(const UserDomain& domain);
+    // Disconnects every domain's realtime connection and forgets them.
+    void disconnectSignalR();
+    // At exit, before the HTTP layer stops: also ends the realtime thread.
+    void stopRealtime();
+
   signals:
     void globalLoginStarted();
     void globalLoggedIn();
@@ -185,7 +194,9 @@ class VHConnector : public QObject {
                               const VHHttpResponse& response);
     // Main thread: the shares of the answer are stored and caught up.
     void applyGatewayLogin(const UserDomain& domain, const ClientLoginResponse& response);
-    // Hands the answer to the domain's realtime connection (not built yet).
+    // What the realtime connections ask of the connector.
+    VHSRConnection::Actions realtimeActions();
+    // Hands the answer to the domain's realtime connection.
     void connectRealtime(const UserDomain& domain, const ClientLoginResponse& response);
     // Main thread: counts a domain of the batch as answered, `failed` or not.
     void countDomainAnswered(const UserDomain& domain, bool failed);
@@ -228,6 +239,7 @@ class VHConnector : public QObject {
 
     std::unique_ptr<QThreadPool> loginOperationQueue_;
     std::unique_ptr<QThreadPool> catchupOperationQueue_;
+    std::unique_ptr<VHSRConnections> realtime_;
     QTimer* loginTimer_ = nullptr;                 // main thread
     std::vector<UserDomain> failedUserDomains_;    // main thread
     int32_t awaitingDomains_ = 0;                  // main thread

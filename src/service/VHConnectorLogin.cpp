@@ -9,6 +9,7 @@
 #include "service/VHConnector.h"
 #include "service/VHDeviceInfo.h"
 #include "service/VHHostName.h"
+#include "service/VHSRConnections.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -248,8 +249,8 @@ void VHConnector::completeGatewayLogin(const UserDomain& domain, bool inBatch, b
     if (inBatch) onMain([this, domain] { countDomainAnswered(domain, false); });
 }
 
-void VHConnector::connectRealtime(const UserDomain&, const ClientLoginResponse&) {
-    // The domain's realtime connection takes the answer here once it exists.
+void VHConnector::connectRealtime(const UserDomain& domain, const ClientLoginResponse& response) {
+    realtime_->connect(domain, response);
 }
 
 void VHConnector::applyGatewayLogin(const UserDomain& domain, const ClientLoginResponse& response) {

@@ -444,6 +444,9 @@ class VHDatabase {
     void replaceRow(VHFilesTable& t, const VHFile& file);
     void dropCachedPaths(const std::set<std::string>& ids);
     // The hooks that follow a committed batch; on the effects thread.
+    // The drive paths of the folders and the items (by their old names) that
+    // a batch touched.
+    std::vector<std::string> touchedDrivePaths(const ServerEffects& effects);
     void announceServerEffects(const ServerEffects& effects);
 
     // Batches.

@@ -19,6 +19,7 @@ struct VHDatabase::ServerEffects {
     std::vector<VHFile> confirmed;                      // uploads the journal confirmed
     std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
     std::vector<VHFile> deleted;
+    std::set<std::pair<std::string, std::string>> leftNames;  // parent id, name before
 };
 
 }  // namespace vh

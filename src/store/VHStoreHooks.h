@@ -85,6 +85,9 @@ class VHAppHooks {
     virtual void globalLoginResponceLoaded(const GlobalLoginResponce& response) = 0;
     // Drive paths ("/Share/folder") whose listings changed.
     virtual void refreshFinderFolders(const std::vector<std::string>& drivePaths) = 0;
+    // Drive paths of items and folders a server change touched, old names
+    // included: what the kernel may hold about them is out of date.
+    virtual void driveItemsChanged(const std::vector<std::string>&) {}
     virtual void refreshFinderRootFolder() = 0;
     // A file's overlay state changed (for example its download completed).
     virtual void refreshFileInFinder(const VHFile& file) = 0;

@@ -1,0 +1,103 @@
+// Changes made elsewhere reach a running client over the realtime channel,
+// long before its periodic re-login: each appears on the mount as it would
+// after a fresh sign-in. A broadcast the client never got is caught up.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "support/VHDriveProbe.h"
+#include "support/VHShareTree.h"
+#include "support/VHTestClient.h"
+
+namespace vh::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+constexpr auto kVisible = 20s;  // a re-login comes only every two hours
+
+class VHClientRealtimeTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(emulator_.start());
+        ASSERT_TRUE(client_.start());
+        ASSERT_TRUE(client_.waitForMount()) << VHTail(client_.logs());
+        ASSERT_TRUE(client_.waitFor([&] { return fs::exists(drive("")); }, 60s));
+        ASSERT_TRUE(client_.waitFor([&] { return connected(); }, 60s)) << VHTail(client_.logs());
+    }
+
+    std::string drive(const std::string& inShare) const {
+        return client_.mountPath() + "/My Files" + inShare;
+    }
+    // The client holds a poll on the hub.
+    bool connected() const {
+        std::optional<json> list = emulator_.admin("GET", "hub/connections");
+        if (!list) return false;
+        for (const json& c : *list) {
+            if (c.value("user", "") == "demo@varnholt.test" && c.value("polling", false))
+                return true;
+        }
+        return false;
+    }
+    void act(const json& action) {
+        ASSERT_TRUE(emulator_.act("my-files", json::array({action}))) << action.dump();
+    }
+    bool visible(const std::function<bool()>& condition) const {
+        return client_.waitFor(condition, kVisible);
+    }
+
+    VHEmulatorProcess emulator_;
+    VHTestClient client_{emulator_};
+};
+
+}  // namespace
+
+TEST_F(VHClientRealtimeTest, ChangesMadeElsewhereAppearOnTheMount) {
+    act({{"action", "createFolder"}, {"path", "/remote"}});
+    act({{"action", "writeFile"}, {"path", "/remote/a.txt"}, {"text", "first"}});
+    ASSERT_TRUE(visible([&] { return VHReadWhole(drive("/remote/a.txt")) == "first"; }))
+        << VHTail(client_.logs());
+
+    act({{"action", "writeFile"}, {"path", "/remote/a.txt"}, {"text", "second, longer"}});
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/remote/a.txt")) == "second, longer"; }))
+        << VHTail(client_.logs());
+
+    act({{"action", "move"}, {"path", "/remote/a.txt"}, {"to", "/remote/b.txt"}});
+    EXPECT_TRUE(visible([&] {
+        struct stat st {};
+        return stat(drive("/remote/a.txt").c_str(), &st) != 0 && fs::exists(drive("/remote/b.txt"));
+    }));
+
+    act({{"action", "createFolder"}, {"path", "/elsewhere"}});
+    act({{"action", "move"}, {"path", "/remote/b.txt"}, {"to", "/elsewhere/b.txt"}});
+    EXPECT_TRUE(visible([&] {
+        return !fs::exists(drive("/remote/b.txt")) && fs::exists(drive("/elsewhere/b.txt"));
+    }));
+
+    act({{"action", "delete"}, {"path", "/elsewhere"}});
+    EXPECT_TRUE(visible([&] { return !fs::exists(drive("/elsewhere")); }));
+    EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
+        << VHTail(client_.logs());
+    EXPECT_NE(client_.logs().find("Connection to SignalR service for file cache"),
+              std::string::npos);
+}
+
+TEST_F(VHClientRealtimeTest, ABroadcastThatNeverCameIsCaughtUp) {
+    ASSERT_TRUE(
+        emulator_.admin("POST", "hub/skip", {{"domain", "d1.varnholt.test"}, {"count", 1}}));
+    act({{"action", "writeFile"}, {"path", "/skipped.txt"}, {"text", "never broadcast"}});
+    act({{"action", "writeFile"}, {"path", "/next.txt"}, {"text", "broadcast"}});
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/skipped.txt")) == "never broadcast"; }))
+        << VHTail(client_.logs());
+    EXPECT_NE(client_.logs().find("Lost some SignalR messages for share"), std::string::npos)
+        << VHTail(client_.logs());
+    EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
+        << VHTail(client_.logs());
+}
+
+}  // namespace vh::test

@@ -41,23 +41,21 @@ void VHUploadQueue::runOperation(const Operation& operation) {
 }
 
 void VHUploadQueue::operationEnded(const Operation& operation, VHUploadOperation::Outcome outcome) {
-    bool drained = false;
-    {
-        VHMutexLock lock(mutex_);
-        const std::string& name = operation->file().internalName;
-        std::erase_if(operations_, [&](const Entry& e) { return e.operation == operation; });
-        bool ended = outcome == VHUploadOperation::Outcome::Cancelled ||
-                     outcome == VHUploadOperation::Outcome::Interrupted;
-        bool more = std::any_of(operations_.begin(), operations_.end(), [&](const Entry& e) {
-            return e.operation->file().internalName == name;
-        });
-        if (ended && !more) unconfirmedUploads_.erase(name);
-        if (!stopped_) startReady();
-        drained = operations_.empty() && !stopped_;
-    }
+    VHMutexLock lock(mutex_);
+    const std::string& name = operation->file().internalName;
+    std::erase_if(operations_, [&](const Entry& e) { return e.operation == operation; });
+    bool ended = outcome == VHUploadOperation::Outcome::Cancelled ||
+                 outcome == VHUploadOperation::Outcome::Interrupted;
+    bool more = std::any_of(operations_.begin(), operations_.end(), [&](const Entry& e) {
+        return e.operation->file().internalName == name;
+    });
+    if (ended && !more) unconfirmedUploads_.erase(name);
+    if (stopped_) return;
+    startReady();
     // A pass takes 20 items: when they went through, the next 20 need not
     // wait for the poll (thousands of small files would go at 7 a second).
-    if (drained && outcome == VHUploadOperation::Outcome::Finished) uploadsAdded();
+    // Posted under the lock, so that a queue being stopped is never posted to.
+    if (operations_.empty() && outcome == VHUploadOperation::Outcome::Finished) uploadsAdded();
 }
 
 void VHUploadQueue::cancelUpload(const VHFile& file) {

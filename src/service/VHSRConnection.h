@@ -65,6 +65,8 @@ class VHSRConnection : public QObject {
     void onError(int code);
     void onMOnline(const Envelope& envelope);
     void onBroadCast(const Envelope& envelope);
+    // Whether the change waits for the item's upload to end.
+    bool deferWhileUploading(const Envelope& envelope, const std::string& id);
     void onDomainEvent(const Envelope& envelope);
     std::optional<ManagedShare> shareOfEvent(const ClientJournalEvent& event) const;
     void onMain(std::function<void()> work);

@@ -7,6 +7,7 @@
 #include "store/VHDatabase.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHNewAPIRecords.h"
+#include "transfer/VHUploadQueue.h"
 
 namespace vh {
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr double kCatchupInterval = 10.0;
 constexpr int kCatchupRetryMs = 15000;
+constexpr int kDeferredBroadcastMs = 200;
 
 }  // namespace
 
@@ -104,6 +106,10 @@ void VHSRConnection::onBroadCast(const Envelope& envelope) {
     }
     const int64_t tick = static_cast<int64_t>(event->ShareTick.value_or(0));
     const int64_t last = share->LastApplyedJournalTick;
+    if (tick == last + 1 && !subfolder && event->VhVirtualFile &&
+        deferWhileUploading(envelope, event->VhVirtualFile->InternalName.value_or(""))) {
+        return;
+    }
     if (tick == last + 1 && !subfolder && event->VhVirtualFile) {
         VHDatabase::database().updateFile(*event->VhVirtualFile, *share);
         VHDownloadQueue::downloadQueue().checkAutomaticDownloads();
@@ -114,6 +120,15 @@ void VHSRConnection::onBroadCast(const Envelope& envelope) {
               share->displayName(), tick, last);
         onMain([actions = actions_, shareCopy = *share] { actions.catchUp(shareCopy); });
     }
+}
+
+// The change of an item that is being uploaded (often the upload's own
+// change, sent before its last answer arrived) is not applied while the
+// upload runs; it is taken again once the upload has ended.
+bool VHSRConnection::deferWhileUploading(const Envelope& envelope, const std::string& id) {
+    if (!VHUploadQueue::uploadQueue().existsOperationOnFileWithInternalName(id)) return false;
+    QTimer::singleShot(kDeferredBroadcastMs, this, [this, envelope] { onBroadCast(envelope); });
+    return true;
 }
 
 void VHSRConnection::onDomainEvent(const Envelope& envelope) {

@@ -194,7 +194,11 @@ void VHDatabase::finishPage(const std::shared_ptr<PageRun>& page, bool applied) 
     // lookup must not take an old path to a changed row.
     dropCachedPaths(page->effects.touched);
     if (applied && page->tick) {
-        storage_.setShareJournalTick(page->share.shareId(), *page->tick, VHDate::now());
+        int64_t tick = *page->tick;
+        if (const std::optional<uint64_t>& held = page->effects.heldBackTick; held && *held > 0) {
+            tick = std::min(tick, static_cast<int64_t>(*held) - 1);
+        }
+        storage_.setShareJournalTick(page->share.shareId(), tick, VHDate::now());
         storage_.saveDelayed();
     }
     if (!applied) {

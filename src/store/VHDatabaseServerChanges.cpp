@@ -2,6 +2,7 @@
 // the server says wins, except over local changes not uploaded yet. Runs on
 // the database thread inside a batch (VHDatabasePages.cpp); the effects are
 // announced once the batch has committed.
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -33,7 +34,12 @@ void VHDatabase::applyServerItem(VHFilesTable& t, const VHVirtualFile& item,
     if (server.shareId.empty()) server.shareId = shareId;
     // Asked now, not when the batch was queued: an upload may have started since.
     if (VHStoreHooks::uploads().existsOperationOnFileWithInternalName(server.internalName)) {
-        return;  // a later catch-up brings it again
+        // A later catch-up brings it again, as the journal position stays before it.
+        if (server.tick != kNoTick) {
+            effects.heldBackTick =
+                std::min(effects.heldBackTick.value_or(server.tick), server.tick);
+        }
+        return;
     }
     if (server.internalName.empty() || server.parentId.empty()) {
         VHLog(kLogDatabase,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -20,6 +21,9 @@ struct VHDatabase::ServerEffects {
     std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
     std::vector<VHFile> deleted;
     std::set<std::pair<std::string, std::string>> leftNames;  // parent id, name before
+    // The lowest tick of an item left for a later catch-up: the share's
+    // journal position must stay below it.
+    std::optional<uint64_t> heldBackTick;
 };
 
 }  // namespace vh

@@ -32,6 +32,7 @@ class OpenFilesHooks final : public VHOpenFilesHooks {
     void exchangeFileId(const std::string& a, const std::string& b) override {
         VHFuseFileData::exchangeFileId(a, b);
     }
+    bool isOpen(const std::string& id) override { return VHFuseFileData::isOpen(id); }
 };
 
 }  // namespace

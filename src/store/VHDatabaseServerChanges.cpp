@@ -72,7 +72,6 @@ void VHDatabase::insertServerItem(VHFilesTable& t, const VHFile& server, ServerE
 
 void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfirmed, VHFile local,
                                    ServerEffects& effects) {
-    effects.leftNames.emplace(local.parentId, local.publicName);
     if (std::optional<ManagedShare> sub = getSubshareForFile(local)) {
         server.shareId = sub->shareId();
         server.parentShareId = sub->ParentShareId.value_or("");
@@ -80,7 +79,8 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfir
     if (local.parentShareId != server.parentShareId) {
         t.updateParentShareId(local.internalName, server.parentShareId);
     }
-    if (lockDiffers(local, server)) {
+    const bool lockChanged = lockDiffers(local, server);
+    if (lockChanged) {
         local.isLocked = server.isLocked;
         local.lockDeviceId = server.lockDeviceId;
         local.lockTick = server.lockTick;
@@ -111,6 +111,9 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfir
         effects.outdated.emplace_back(local, server.tick);
     }
     replaceRow(t, server);
+    if (!sameName || local.parentId != server.parentId || newContents || lockChanged) {
+        effects.leftNames.emplace(local.parentId, local.publicName, local.internalName);
+    }
     if (!sameName || local.parentId != server.parentId) {
         effects.folders.insert(local.parentId);
         effects.folders.insert(server.parentId);
@@ -125,7 +128,7 @@ void VHDatabase::applyServerDeletion(VHFilesTable& t, const VHFile& server,
         t.deleteFile(server.internalName);
         return;
     }
-    effects.leftNames.emplace(local->parentId, local->publicName);
+    effects.leftNames.emplace(local->parentId, local->publicName, local->internalName);
     if (local->isFile && (local->status == kStatusModified || local->status == kStatusChanged) &&
         !local->deleted) {
         VHLog(kLogDatabase,
@@ -183,15 +186,17 @@ void VHDatabase::announceServerEffects(const ServerEffects& effects) {
 
 std::vector<std::string> VHDatabase::touchedDrivePaths(const ServerEffects& effects) {
     std::set<std::string> parents = effects.folders;
-    for (const auto& [parentId, name] : effects.leftNames) parents.insert(parentId);
+    for (const auto& [parentId, name, id] : effects.leftNames) parents.insert(parentId);
     std::vector<std::string> paths;
     for (const std::string& parentId : parents) {
         std::vector<std::string> found = drivePathsOfFolders({parentId});
         if (found.empty()) continue;
         paths.push_back(found.front());
-        for (auto it = effects.leftNames.lower_bound({parentId, ""});
-             it != effects.leftNames.end() && it->first == parentId; ++it) {
-            paths.push_back(found.front() + "/" + it->second);
+        for (auto it = effects.leftNames.lower_bound({parentId, "", ""});
+             it != effects.leftNames.end() && std::get<0>(*it) == parentId; ++it) {
+            if (!VHStoreHooks::openFiles().isOpen(std::get<2>(*it))) {
+                paths.push_back(found.front() + "/" + std::get<1>(*it));
+            }
         }
     }
     return paths;

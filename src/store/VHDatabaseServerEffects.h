@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -20,7 +21,7 @@ struct VHDatabase::ServerEffects {
     std::vector<VHFile> confirmed;                      // uploads the journal confirmed
     std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
     std::vector<VHFile> deleted;
-    std::set<std::pair<std::string, std::string>> leftNames;  // parent id, name before
+    std::set<std::tuple<std::string, std::string, std::string>> leftNames;  // parent, name, id
     // The lowest tick of an item left for a later catch-up: the share's
     // journal position must stay below it.
     std::optional<uint64_t> heldBackTick;

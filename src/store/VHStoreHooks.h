@@ -71,6 +71,7 @@ class VHOpenFilesHooks {
     virtual ~VHOpenFilesHooks() = default;
     virtual void fileWasModified(const VHFile& file) = 0;
     virtual void exchangeFileId(const std::string& a, const std::string& b) = 0;
+    virtual bool isOpen(const std::string&) { return false; }
 };
 
 // The application: the signed-in user, the connector's stored login and the
@@ -86,7 +87,9 @@ class VHAppHooks {
     // Drive paths ("/Share/folder") whose listings changed.
     virtual void refreshFinderFolders(const std::vector<std::string>& drivePaths) = 0;
     // Drive paths of items and folders a server change touched, old names
-    // included: what the kernel may hold about them is out of date.
+    // included: what the kernel may hold about them is out of date. Open
+    // files are left out: dropping their pages would wait for a read in
+    // flight, for ever if the process is killed meanwhile.
     virtual void driveItemsChanged(const std::vector<std::string>&) {}
     virtual void refreshFinderRootFolder() = 0;
     // A file's overlay state changed (for example its download completed).

@@ -33,10 +33,6 @@ std::string VHSRConnection::domainUrl() const {
     return userDomain_->Domain->Url.value_or("");
 }
 
-bool VHSRConnection::connected() const {
-    return hubConnection_ && hubConnection_->state() == VHSignalRHubConnection::State::Connected;
-}
-
 void VHSRConnection::onMain(std::function<void()> work) {
     QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);
 }

@@ -12,7 +12,7 @@
 #pragma once
 
 #include <QObject>
-#include <QPointer>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,8 +54,6 @@ class VHSRConnection : public QObject {
     Envelope onlineMessage() const;
     void onReceiveEnvelope(const VHJson& dictionary);
     void catchupIfNeeded() VH_EXCLUDES(catchupMutex_);
-
-    bool connected() const;
 
   private:
     std::string domainUrl() const;

@@ -89,10 +89,10 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfir
     }
     bool sameTime = sameWholeSecond(local.modifyTime, server.modifyTime);
     bool sameName = local.publicName == server.publicName;
-    if (unconfirmed) {
-        if (sameTime && sameName) effects.confirmed.push_back(server);
-    } else if ((local.status == kStatusModified || local.status == kStatusChanged) &&
-               !(sameTime && sameName)) {
+    if (unconfirmed && sameTime && sameName) effects.confirmed.push_back(server);
+    // A deletion not sent yet stays, even against an echo of the item's last upload.
+    const bool changedHere = local.status == kStatusModified || local.status == kStatusChanged;
+    if (local.deleted || (!unconfirmed && changedHere && !(sameTime && sameName))) {
         VHLog(kLogDatabase,
               "File %@ was modified locally, but also updated remotely. Will leave our copy until "
               "upload.",

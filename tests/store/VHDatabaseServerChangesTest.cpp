@@ -88,6 +88,14 @@ TEST_F(VHServerChangesTest, PendingLocalChangeIsKeptUntilTheSameWriteComesBack) 
     apply({serverItem("f1", "s1", "a.txt", true, 3, 2000.9)});  // our write, in whole seconds
     EXPECT_EQ(statuses("f1"), Statuses{0});
     EXPECT_EQ(db().fileWithId("f1")->tick, 3u);
+
+    // Deleted here: a late echo of that write must not bring the file back.
+    ASSERT_TRUE(db().removeFile(*db().fileWithId("f1"), true));
+    apply({serverItem("f1", "s1", "a.txt", true, 3, 2000.9)});
+    std::optional<VHFile> row = db().fileWithId("f1");
+    ASSERT_TRUE(row);
+    EXPECT_TRUE(row->deleted);
+    EXPECT_EQ(row->status, kStatusChanged);
 }
 
 TEST_F(VHServerChangesTest, ModifyTimeDecidesWhetherLocalPermissionsSurvive) {

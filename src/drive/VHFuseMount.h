@@ -15,6 +15,12 @@
 
 namespace vh {
 
+// How long the kernel keeps the drive's names and attributes without asking.
+// Changes that reach the store from elsewhere invalidate them at once
+// (VHInvalidateDrivePaths); only a file open at that moment may show its
+// old attributes this long.
+constexpr double kDriveCacheTimeoutSeconds = 10;
+
 // argv: { program, mount path, "-f", "-o", "opt1,opt2,..." }. Returns 0 or
 // the FUSE loop's result when the drive is unmounted, or a negative failure
 // code of the mount-point checks:

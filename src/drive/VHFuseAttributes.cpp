@@ -56,14 +56,15 @@ void fillSpecial(struct stat* st) {
 
 constexpr mode_t kWriteBits = 0222;
 
-void fillShare(struct stat* st, const ManagedShare& share) {
+}  // namespace
+
+void VHFillShareAttributes(struct stat* st, const ManagedShare& share) {
     fillCommon(st, S_IFDIR | (share.isReadonlyShare() ? 0500 : 0700));
     VHDate modified = share.ModificationDate.value_or(VHDate::distantPast());
     fillTimes(st, modified, modified, share.CreationDate.value_or(VHDate::distantPast()));
 }
 
-// `readOnly`: the item lies in a share the user may only read.
-void fillItem(struct stat* st, const VHFile& file, bool readOnly) {
+void VHFillItemAttributes(struct stat* st, const VHFile& file, bool readOnly) {
     mode_t mode = static_cast<mode_t>(file.permissions & 0xFFF);
     // Linux has no immutable flag to report: a file that another user holds
     // locked shows without write permission instead.
@@ -78,6 +79,8 @@ void fillItem(struct stat* st, const VHFile& file, bool readOnly) {
         st->st_blocks = static_cast<blkcnt_t>((file.fileSize + 511) / 512);
     }
 }
+
+namespace {
 
 // A file deleted while open lives on in the copy its handle holds.
 int describeRemovedFile(VHFuseFileData& handle, struct stat* st) {
@@ -115,7 +118,7 @@ int getattr(const char* rawPath, struct stat* st) {
     auto share = driveShareWithPath(path);
     if (VHFuseUtils::isSharePath(path)) {
         if (!share) return notFound(rawPath);
-        fillShare(st, *share);
+        VHFillShareAttributes(st, *share);
         return 0;
     }
     auto file = share ? VHDatabase::database().fileWithPath(path) : std::nullopt;
@@ -124,7 +127,7 @@ int getattr(const char* rawPath, struct stat* st) {
         return notFound(rawPath);
     }
     if (file->deleted) return notFound(rawPath);
-    fillItem(st, *file, share->isReadonlyShare());
+    VHFillItemAttributes(st, *file, share->isReadonlyShare());
     return 0;
 }
 
@@ -151,7 +154,7 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
             if (!file || file->deleted) return describeRemovedFile(*open, st);
             // Without its path (deleted while open) the record's own share decides.
             auto share = db.shareForFile(*file);
-            fillItem(st, *file, share && share->isReadonlyShare());
+            VHFillItemAttributes(st, *file, share && share->isReadonlyShare());
             return 0;
         }
         return -EBADF;

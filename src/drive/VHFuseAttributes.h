@@ -5,6 +5,9 @@
 
 #include <fuse.h>
 
+#include "store/VHFile.h"
+#include "store/VHLoginRecords.h"
+
 namespace vh {
 
 // The drive's lock file in its root and the file manager's refresh marker.
@@ -20,6 +23,11 @@ int varnholt_getattr(const char* path, struct stat* st, struct fuse_file_info* f
 // The cache volume's figures, with the drive's total file size as used
 // space; -errno when the data root cannot be asked.
 int varnholt_statfs(const char* path, struct statvfs* st);
+// The attributes getattr gives a share, and an item (`readOnly`: it lies in a
+// share the user may only read); listings hand the same to the kernel.
+void VHFillShareAttributes(struct stat* st, const ManagedShare& share);
+void VHFillItemAttributes(struct stat* st, const VHFile& file, bool readOnly);
+
 int varnholt_readlink(const char* path, char* buffer, size_t size);  // always -ENOENT
 int varnholt_symlink(const char* target, const char* linkPath);      // always -EACCES
 int varnholt_link(const char* from, const char* to);                 // always -EPERM

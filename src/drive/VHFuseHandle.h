@@ -5,7 +5,11 @@
 
 #include <fuse.h>
 
+#include <sys/stat.h>
+
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace vh {
 
@@ -24,11 +28,14 @@ class VHFuseHandle {
 // answered inside the drive; nothing is stored for it anywhere.
 class VHFuseSpecialHandle : public VHFuseHandle {};
 
-// An open folder: the drive path it was opened under (already mapped).
+// An open folder: the drive path it was opened under (already mapped), and
+// the entries of its last listing, which later readdir calls continue by
+// offset. libfuse calls readdir on one handle at a time.
 class VHFuseDirectoryHandle : public VHFuseHandle {
   public:
     explicit VHFuseDirectoryHandle(std::string path) : path(std::move(path)) {}
     const std::string path;
+    std::vector<std::pair<std::string, struct stat>> entries;
 };
 
 }  // namespace vh

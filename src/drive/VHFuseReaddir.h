@@ -10,7 +10,8 @@ namespace vh {
 int varnholt_opendir(const char* path, struct fuse_file_info* fi);
 int varnholt_releasedir(const char* path, struct fuse_file_info* fi);
 
-// Always lists the whole folder in one pass ("." and ".." first); names that
+// Lists the folder when asked from offset 0 and hands out that listing by
+// offset ("." and ".." first), each entry with its attributes; names that
 // hold an invalid character, are 960 characters or longer, or are ignored by
 // the name rules (so every name beginning with ".") are left out, and so are
 // names longer than NAME_MAX bytes, which no program could open. A missing

@@ -188,6 +188,8 @@ class VHDatabase {
     // ".fuse_hidden" names are left out and a duplicate row is removed (one
     // blocking job when there is one).
     std::vector<std::string> fileNamesListWithParent(const std::string& parentId);
+    // The rows behind those names, in the same order.
+    std::vector<VHFile> listingWithParent(const std::string& parentId);
     // COUNT(*) of the children (with `includeDeleted` also deleted ones) is 0.
     bool folderIsEmpty(const std::string& folderId, bool includeDeleted);
     // DISTINCT parentId of created or modified items.

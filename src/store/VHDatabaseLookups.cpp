@@ -162,29 +162,33 @@ std::vector<std::string> VHDatabase::allSubfolderIds(const std::vector<std::stri
     return all;
 }
 
-std::vector<std::string> VHDatabase::fileNamesListWithParent(const std::string& parentId) {
-    std::vector<std::string> rows = read([&](VHFilesTable& t) {
-        return t.strings(
-            "SELECT publicName FROM files WHERE parentId = ? AND status != 5 AND NOT deleted",
-            {parentId});
-    });
+std::vector<VHFile> VHDatabase::listingWithParent(const std::string& parentId) {
+    std::vector<VHFile> rows =
+        orEmpty(read([&](VHFilesTable& t) { return t.filesInFolder(parentId, true); }));
     std::set<std::string> seen;
-    std::vector<std::string> names;
-    for (std::string& name : rows) {
-        if (VHStartsWith(name, ".fuse_hidden")) continue;
-        if (seen.insert(name).second) {
-            names.push_back(std::move(name));
+    std::vector<VHFile> listed;
+    listed.reserve(rows.size());
+    for (VHFile& row : rows) {
+        if (VHStartsWith(row.publicName, ".fuse_hidden")) continue;
+        if (seen.insert(row.publicName).second) {
+            listed.push_back(std::move(row));
             continue;
         }
-        VHLog(kLogDatabase, "%s : duplicate item %@ in directory listing, ignoring it.", __func__,
-              name);
+        VHLog(kLogDatabase, "%s : duplicate item %@ in directory listing, ignoring it.",
+              "fileNamesListWithParent", row.publicName);
         write([&](VHFilesTable& t) {
             return t.update(
                 "DELETE FROM files WHERE parentId = ? AND publicName = ? AND status != 5 AND NOT "
                 "deleted LIMIT 1",
-                {parentId, name});
+                {parentId, row.publicName});
         });
     }
+    return listed;
+}
+
+std::vector<std::string> VHDatabase::fileNamesListWithParent(const std::string& parentId) {
+    std::vector<std::string> names;
+    for (VHFile& row : listingWithParent(parentId)) names.push_back(std::move(row.publicName));
     return names;
 }
 

@@ -1,4 +1,6 @@
-// Extended attributes of drive items.
+// Extended attributes of drive items. Security labels ("security.*") and
+// POSIX ACLs ("system.posix_acl_*") are not supported: -ENOTSUP for them, so
+// that programs stop asking; -ENODATA for any other name.
 #pragma once
 
 #include <fuse.h>

@@ -1,13 +1,16 @@
 // The mounted drive seen through ordinary tools: what ls, stat, find and df
 // report for a store of two shares, and how mounting fails or recovers.
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "drive/VHDriveEvents.h"
 #include "drive/VHFuseMount.h"
@@ -162,6 +165,35 @@ TEST_F(VHDriveMountTest, TheLockFileIsAnEmptyFileThatNothingIsStoredIn) {
     EXPECT_EQ(VHRun("ls -a '" + drive.path() + "'"), ".\n..\nAlpha\nBeta\n");
     EXPECT_EQ(filesFolder(), before);
     EXPECT_EQ(VHRun("cat '" + drive.path() + "/Alpha/.vhrefresh' && echo read", true), "read\n");
+}
+
+TEST_F(VHDriveMountTest, ListingsTellTypesAndUnsupportedAttributesSaySo) {
+    fillStore();
+    VHTestDrive drive(mountPath_);
+    // Types come with the listing: find and ls need not stat each entry.
+    std::map<std::string, unsigned char> types;
+    DIR* folder = opendir((drive.path() + "/Alpha/docs").c_str());
+    ASSERT_TRUE(folder);
+    while (dirent* entry = readdir(folder)) types[entry->d_name] = entry->d_type;
+    closedir(folder);
+    EXPECT_EQ(types, (std::map<std::string, unsigned char>{{".", DT_DIR},
+                                                           {"..", DT_DIR},
+                                                           {"deep", DT_DIR},
+                                                           {"locked.docx", DT_REG},
+                                                           {"report.txt", DT_REG}}));
+    // Labels and ACLs are not kept: ENOTSUP, which tools remember per mount.
+    std::string report = drive.path() + "/Alpha/docs/report.txt";
+    char value[64];
+    for (const char* name : {"security.selinux", "system.posix_acl_access"}) {
+        EXPECT_EQ(lgetxattr(report.c_str(), name, value, sizeof value), -1);
+        EXPECT_EQ(errno, ENOTSUP) << name;
+    }
+    EXPECT_EQ(lgetxattr(report.c_str(), "user.note", value, sizeof value), -1);
+    EXPECT_EQ(errno, ENODATA);
+    EXPECT_EQ(VHRun("ls -l --time-style=+%s '" + drive.path() +
+                    "/Alpha/docs' | awk 'NR > 1 {print $1, $5, $6, $7}'"),
+              "drwx------ 0 1700000202 deep\n-r--r--r-- 10 1700000207 locked.docx\n"
+              "-rw------- 1000 1700000204 report.txt\n");
 }
 
 TEST_F(VHDriveMountTest, FailuresOfTheLocalFoldersReachTheKernelAsTheirErrno) {

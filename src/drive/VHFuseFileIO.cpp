@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -146,6 +147,33 @@ int read(const char* path, char* buffer, size_t size, off_t offset, struct fuse_
     return static_cast<int>(bytes->size());
 }
 
+struct fuse_bufvec* newBufferVector(size_t size) {
+    auto* vector = static_cast<struct fuse_bufvec*>(std::malloc(sizeof(struct fuse_bufvec)));
+    if (vector) *vector = FUSE_BUFVEC_INIT(size);
+    return vector;
+}
+
+int readBuf(const char* path, struct fuse_bufvec** out, size_t size, off_t offset,
+            struct fuse_file_info* fi) {
+    auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
+    if (int fd = handle ? handle->fileDescriptor() : -1; fd != -1) {
+        VHLog(kLogDrive, "%s:%s", "varnholt_read", path);
+        *out = newBufferVector(size);
+        if (!*out) return -ENOMEM;
+        (*out)->buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
+        (*out)->buf[0].fd = fd;
+        (*out)->buf[0].pos = offset;
+        return 0;
+    }
+    *out = newBufferVector(size);
+    void* memory = *out ? std::malloc(size > 0 ? size : 1) : nullptr;
+    if (!memory) return -ENOMEM;  // libfuse frees the vector
+    (*out)->buf[0].mem = memory;
+    int count = read(path, static_cast<char*>(memory), size, offset, fi);
+    (*out)->buf[0].size = count > 0 ? static_cast<size_t>(count) : 0;
+    return count < 0 ? count : 0;
+}
+
 // Opens the cache copy for writing: a write at offset 0 may create it,
 // anything else needs it to exist. -errno on failure (logged).
 int openCopyForWriting(const VHFuseFileData& handle, const VHFile& file, off_t offset) {
@@ -258,6 +286,12 @@ int varnholt_open(const char* path, struct fuse_file_info* fi) {
 int varnholt_read(const char* path, char* buffer, size_t size, off_t offset,
                   struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] { return read(path ? path : "", buffer, size, offset, fi); });
+}
+
+int varnholt_read_buf(const char* path, struct fuse_bufvec** out, size_t size, off_t offset,
+                      struct fuse_file_info* fi) {
+    *out = nullptr;
+    return VHFuseGuard(__func__, [&] { return readBuf(path ? path : "", out, size, offset, fi); });
 }
 
 int varnholt_write(const char* path, const char* buffer, size_t size, off_t offset,

@@ -17,6 +17,12 @@ int varnholt_open(const char* path, struct fuse_file_info* fi);
 // download queue (-EIO when it gives nothing).
 int varnholt_read(const char* path, char* buffer, size_t size, off_t offset,
                   struct fuse_file_info* fi);
+// What libfuse calls in place of varnholt_read: a complete copy is handed to
+// the kernel as the descriptor and position to read from (spliced, never
+// copied through a buffer here); anything else as varnholt_read's bytes.
+// 0 with *out set (freed by libfuse), or -errno.
+int varnholt_read_buf(const char* path, struct fuse_bufvec** out, size_t size, off_t offset,
+                      struct fuse_file_info* fi);
 // Bytes written into the cache copy, or -errno.
 int varnholt_write(const char* path, const char* buffer, size_t size, off_t offset,
                    struct fuse_file_info* fi);

@@ -67,7 +67,19 @@ int checkMountPoint(const std::string& path) {
     return errno == ENOTDIR ? -3 : 0;  // other errors: try to mount all the same
 }
 
+// Options of the caller's own come later and win.
+void addDefaultOptions(struct fuse_args* args) {
+    std::string seconds = std::to_string(kDriveCacheTimeoutSeconds);
+    // No negative entries: a name created elsewhere shows at once. The
+    // kernel keeps a file's pages across opens while its size and time stay
+    // the same; changes made elsewhere are invalidated when they arrive.
+    std::string options = "-oentry_timeout=" + seconds + ",attr_timeout=" + seconds +
+                          ",negative_timeout=0,auto_cache";
+    fuse_opt_insert_arg(args, 1, options.c_str());
+}
+
 int serve(struct fuse_args* args, const std::string& mountPoint) {
+    addDefaultOptions(args);
     fuse_operations operations = varnholt_oper();
     struct fuse* fuse = fuse_new(args, &operations, sizeof operations, nullptr);
     if (!fuse) return 1;
@@ -123,9 +135,11 @@ int mount_varnholt(int argc, char** argv) {
     return result;
 }
 
-void* varnholt_init(struct fuse_conn_info*, struct fuse_config* config) {
+void* varnholt_init(struct fuse_conn_info* connection, struct fuse_config* config) {
     // Callbacks on open files identify them by their handle, never by path.
     config->nullpath_ok = 1;
+    // Reads of complete copies go from the cache file to the kernel by splice.
+    connection->want |= connection->capable & (FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE);
     emit VHDriveEvents::instance().fuseDidMount();
     return nullptr;
 }

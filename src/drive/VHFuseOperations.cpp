@@ -28,6 +28,7 @@ fuse_operations varnholt_oper() {
     ops.utimens = varnholt_utimens;
     ops.open = varnholt_open;
     ops.read = varnholt_read;
+    ops.read_buf = varnholt_read_buf;
     ops.write = varnholt_write;
     ops.statfs = varnholt_statfs;
     ops.release = varnholt_release;

@@ -34,8 +34,11 @@ void fillCommon(struct stat* st, mode_t mode) {
     std::memset(st, 0, sizeof *st);
     st->st_mode = mode;
     st->st_nlink = 1;
-    st->st_uid = geteuid();
-    st->st_gid = getegid();
+    // Asked once: every listed entry and lookup fills these.
+    static const uid_t owner = geteuid();
+    static const gid_t group = getegid();
+    st->st_uid = owner;
+    st->st_gid = group;
 }
 
 void fillTimes(struct stat* st, VHDate modified, VHDate accessed, VHDate changed) {

@@ -61,6 +61,7 @@ VHDatabase::VHDatabase()
           *thread_, [this](const auto& jobs) { return writer_->runGroup(jobs); })),
       effects_(std::make_unique<QThreadPool>()) {
     effects_->setMaxThreadCount(1);
+    writer_->setGeneration(&records_.generation());
 }
 
 VHDatabase::~VHDatabase() = default;

@@ -55,6 +55,7 @@
 #include "store/VHMetadataStorage.h"
 #include "store/VHPathCache.h"
 #include "store/VHReaderConnections.h"
+#include "store/VHRecordCache.h"
 #include "store/VHServerPlaces.h"
 #include "store/VHShutdownBlock.h"
 #include "store/VHStringMap.h"
@@ -423,6 +424,9 @@ class VHDatabase {
 
     // Paths.
     Chain chainOf(const VHFile& file);
+    // A path in `share`: from the share's id, else from its folder's.
+    std::optional<VHFile> resolveInShare(const ManagedShare& share,
+                                         const std::vector<std::string>& components, bool shadow);
     std::optional<VHFile> resolvePath(const std::string& startId,
                                       const std::vector<std::string>& components, bool shadow);
     std::vector<std::string> drivePathsOfFolders(const std::set<std::string>& folderIds);
@@ -444,6 +448,10 @@ class VHDatabase {
     void applyServerDeletion(VHFilesTable& t, const VHFile& server,
                              const std::optional<VHFile>& local, ServerEffects& effects);
     void replaceRow(VHFilesTable& t, const VHFile& file);
+    // A folder's child as the record cache knows it (loading the folder when
+    // it is asked for often): nothing when the cache cannot tell.
+    std::optional<std::optional<VHFile>> cachedChild(const std::string& parentId,
+                                                     const std::string& name);
     void dropCachedPaths(const std::set<std::string>& ids);
     // The hooks that follow a committed batch; on the effects thread.
     // The drive paths of the folders and the items (by their old names) that
@@ -486,6 +494,7 @@ class VHDatabase {
     VHMetadataStorage storage_;
     VHPathCache liveCache_;
     VHPathCache shadowCache_;
+    VHRecordCache records_;
     VHServerPlaces serverPlaces_;
     VHStringMap archiveMap_;
     VHStringMap deleteMap_;

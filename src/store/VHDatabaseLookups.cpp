@@ -21,7 +21,12 @@ std::vector<VHFile> orEmpty(std::optional<std::vector<VHFile>> rows) {
 // ---- Lookups --------------------------------------------------------------------
 
 std::optional<VHFile> VHDatabase::fileWithId(const std::string& id, bool shadow) {
-    return read([&](VHFilesTable& t) { return t.fileWithId(id, shadow); });
+    if (shadow) return read([&](VHFilesTable& t) { return t.fileWithId(id, true); });
+    if (std::optional<VHFile> cached = records_.fileWithId(id)) return cached;
+    uint64_t generation = records_.currentGeneration();
+    std::optional<VHFile> file = read([&](VHFilesTable& t) { return t.fileWithId(id, false); });
+    if (file) records_.insert(*file, generation);
+    return file;
 }
 
 std::optional<VHFile> VHDatabase::serversideFileWithId(const std::string& id) {
@@ -34,7 +39,28 @@ std::optional<VHFile> VHDatabase::serversideFileWithId(const std::string& id) {
 
 std::optional<VHFile> VHDatabase::fileWithParentId(const std::string& parentId,
                                                    const std::string& name, bool shadow) {
-    return read([&](VHFilesTable& t) { return t.fileWithParentId(parentId, name, shadow); });
+    if (shadow)
+        return read([&](VHFilesTable& t) { return t.fileWithParentId(parentId, name, true); });
+    if (std::optional<std::optional<VHFile>> cached = cachedChild(parentId, name)) return *cached;
+    uint64_t generation = records_.currentGeneration();
+    std::optional<VHFile> file =
+        read([&](VHFilesTable& t) { return t.fileWithParentId(parentId, name, false); });
+    if (file) records_.insert(*file, generation);
+    return file;
+}
+
+std::optional<std::optional<VHFile>> VHDatabase::cachedChild(const std::string& parentId,
+                                                             const std::string& name) {
+    std::optional<VHFile> found;
+    VHRecordCache::Child child = records_.child(parentId, name, found);
+    if (child == VHRecordCache::Child::Unknown && records_.shouldLoadFolder(parentId)) {
+        uint64_t generation = records_.currentGeneration();
+        auto rows = read([&](VHFilesTable& t) { return t.allInFolder(parentId); });
+        if (rows) records_.insertFolder(parentId, *rows, generation);
+        child = records_.child(parentId, name, found);
+    }
+    if (child == VHRecordCache::Child::Unknown) return std::nullopt;
+    return found;
 }
 
 std::optional<std::string> VHDatabase::idOfFileNamed(const std::string& name,

@@ -89,15 +89,30 @@ std::optional<VHFile> VHDatabase::fileWithPath(const std::string& rawPath, bool 
         VHLog(kLogDrive, "==> no share is not found %@ %@", path, callStack());
         return std::nullopt;
     }
-    std::optional<VHFile> file = resolvePath(share->shareId(), components, shadow);
-    if (!file && !share->internalName().empty()) {
-        file = resolvePath(share->internalName(), components, shadow);
-    }
+    std::optional<VHFile> file = resolveInShare(*share, components, shadow);
     if (!file && !VHIsPathIgnored(path)) {
         cache.erasePath(path);
         VHLog(kLogDatabase, "file not found %@", path);
     }
     return file;
+}
+
+std::optional<VHFile> VHDatabase::resolveInShare(const ManagedShare& share,
+                                                 const std::vector<std::string>& components,
+                                                 bool shadow) {
+    for (const std::string& root : {share.shareId(), share.internalName()}) {
+        if (root.empty()) continue;
+        if (components.size() > 3 || shadow) {
+            if (std::optional<VHFile> file = resolvePath(root, components, shadow)) return file;
+            continue;
+        }
+        // An item at the share's top goes through the record cache.
+        if (std::optional<VHFile> file = fileWithParentId(root, components.back(), false)) {
+            liveCache_.insert("/" + components[1] + "/" + components[2], file->internalName);
+            return file;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<VHFile> VHDatabase::resolvePath(const std::string& startId,
@@ -149,6 +164,7 @@ void VHDatabase::clearCacheForId(const std::string& id) {
 void VHDatabase::clearAllPathCaches() {
     liveCache_.clear();
     shadowCache_.clear();
+    records_.clear();
 }
 
 // ---- Full paths -------------------------------------------------------------------

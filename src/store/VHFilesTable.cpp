@@ -49,7 +49,10 @@ bool VHFilesTable::update(const std::string& sql, const std::vector<VHSqlValue>&
         return false;
     }
     if (injectedFault(sql)) return false;
-    if (db_->run(sql, values)) {
+    bool ran = db_->run(sql, values);
+    if (journal_ && journal_->generation)
+        journal_->generation->fetch_add(1, std::memory_order_acq_rel);
+    if (ran) {
         if (journal_ && journal_->recording) journal_->recorded.emplace_back(sql, values);
         return true;
     }
@@ -163,6 +166,10 @@ std::optional<VHFile> VHFilesTable::fileWithId(const std::string& id, bool shado
 
 // A name whose deletion is still on its way to the service may already be
 // taken again: the live item answers for it.
+std::optional<std::vector<VHFile>> VHFilesTable::allInFolder(const std::string& parentId) {
+    return files("SELECT * FROM files WHERE parentId = ? AND status != 5", {parentId});
+}
+
 std::optional<VHFile> VHFilesTable::fileWithParentId(const std::string& parentId,
                                                      const std::string& name, bool shadow) {
     return file(shadow ? "SELECT * FROM files WHERE parentId = ? AND publicName = ? AND status = "

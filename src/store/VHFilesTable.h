@@ -45,6 +45,8 @@ class VHFilesTable {
     std::optional<std::string> parentIdOf(const std::string& id);
     std::optional<std::vector<VHFile>> filesInFolder(const std::string& parentId,
                                                      bool includeFolders);
+    // Every row of a folder but shadows, deleted ones too.
+    std::optional<std::vector<VHFile>> allInFolder(const std::string& parentId);
     bool addFile(const VHFile& file, uint64_t status);
     bool deleteFile(const std::string& id);
     bool deleteFileWithTick(const std::string& id, uint64_t tick);

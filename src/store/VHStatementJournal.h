@@ -4,6 +4,7 @@
 // can be applied again when the page is rolled back. Database thread only.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -24,6 +25,9 @@ struct VHStatementJournal {
     // Tests only: an update for which it returns true fails as if SQLite had
     // refused it.
     std::function<bool(const std::string& sql)> fault;
+    // Advanced after every statement that ran, so that readers can tell
+    // that what they cached may be out of date (VHRecordCache).
+    std::atomic<uint64_t>* generation = nullptr;
 };
 
 }  // namespace vh

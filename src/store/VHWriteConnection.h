@@ -59,6 +59,8 @@ class VHWriteConnection {
     void rollbackPage();
     bool readsGoThroughWriter() const { return joined_.load(std::memory_order_acquire); }
 
+    // The counter every statement advances; see VHStatementJournal::generation.
+    void setGeneration(std::atomic<uint64_t>* generation) { journal_.generation = generation; }
     // Tests only; see VHStatementJournal::fault.
     void setFault(std::function<bool(const std::string&)> fault) {
         journal_.fault = std::move(fault);

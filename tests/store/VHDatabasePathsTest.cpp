@@ -49,6 +49,33 @@ TEST_F(VHDatabasePathsTest, LookupsFollowRenamesAndMoves) {
     EXPECT_EQ(db().fullFilePath(*db().fileWithId("c")), "/Work/y/b/c.txt");
 }
 
+TEST_F(VHDatabasePathsTest, AFolderLookedUpOftenIsServedFromMemoryUntilTheNextWrite) {
+    std::vector<VHVirtualFile> many;
+    for (int i = 0; i < 100; ++i) {
+        many.push_back(serverItem("m" + std::to_string(i), "x", "f" + std::to_string(i)));
+    }
+    apply(many);
+    // Enough misses to load the folder whole, then every name is known.
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(idAt("/Share/x/f" + std::to_string(i)), "m" + std::to_string(i));
+    EXPECT_EQ(idAt("/Share/x/nothing"), "<none>");
+
+    // Each kind of write is seen by the next lookup.
+    db().renameFile(*db().fileWithId("m1"), "renamed");
+    EXPECT_EQ(idAt("/Share/x/f1"), "<none>");
+    EXPECT_EQ(idAt("/Share/x/renamed"), "m1");
+    ASSERT_TRUE(db().createFolder("new", "s1", "x"));
+    EXPECT_NE(idAt("/Share/x/new"), "<none>");
+    ASSERT_TRUE(db().removeFile(*db().fileWithId("m2"), true));
+    EXPECT_TRUE(db().fileWithPath("/Share/x/f2")->deleted);
+    apply({serverItem("m3", "x", "f3", true, 5, 2000)});  // a remote change
+    EXPECT_EQ(db().fileWithId("m3")->modifyTime, VHDate{2000});
+    for (int i = 4; i < 40; ++i) idAt("/Share/x/f" + std::to_string(i));
+    apply({serverItem("m5", "a", "f5", true, 6)});  // moved elsewhere
+    EXPECT_EQ(idAt("/Share/x/f5"), "<none>");
+    EXPECT_EQ(idAt("/Share/a/f5"), "m5");
+}
+
 TEST_F(VHDatabasePathsTest, ShadowLookupFindsTheServersName) {
     db().renameFile(*db().fileWithId("c"), "c.txt.sb-7");
     EXPECT_EQ(db().shadowWithPath("/Share/a/b/c.txt")->status, kStatusShadow);

@@ -2,10 +2,15 @@
 
 #include <unistd.h>
 
+#include <QThreadPool>
 #include <algorithm>
+#include <map>
+#include <unordered_map>
 
+#include "drive/VHFuseMount.h"
 #include "drive/VHFuseNamespace.h"
 #include "lib/VHFormat.h"
+#include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
 #include "transfer/VHFileCache.h"
 
@@ -22,6 +27,23 @@ std::vector<VHFuseFileData*>& gOpenedFiles VH_GUARDED_BY(gTableMutex) =
     *new std::vector<VHFuseFileData*>;
 std::map<std::string, VHDate> gFileModifications VH_GUARDED_BY(gTableMutex);
 bool gUpdateCheckScheduled VH_GUARDED_BY(gTableMutex) = false;
+// The contents each file had at its last open (keepsKernelPages).
+std::unordered_map<std::string, std::string> gPageVersions VH_GUARDED_BY(gTableMutex);
+constexpr size_t kMostPageVersions = 100000;
+// Drive paths of open files changed elsewhere, invalidated at the last close.
+std::map<std::string, std::vector<std::string>> gStaleWhileOpen VH_GUARDED_BY(gTableMutex);
+
+bool isOpenLocked(const std::string& fileId) VH_REQUIRES(gTableMutex) {
+    return std::any_of(gOpenedFiles.begin(), gOpenedFiles.end(),
+                       [&](VHFuseFileData* open) { return open->fileId() == fileId; });
+}
+
+// Off the FUSE thread that closed the file: the kernel may wait on other requests.
+void invalidateLater(std::vector<std::string> drivePaths) {
+    if (drivePaths.empty()) return;
+    QThreadPool::globalInstance()->start(
+        VHHandOff([paths = std::move(drivePaths)] { VHInvalidateDrivePaths(paths); }));
+}
 
 bool settled(VHDate when) {
     return VHDate::now().seconds - when.seconds > VHFuseFileData::kQuietSeconds;
@@ -32,7 +54,9 @@ class OpenFilesHooks final : public VHOpenFilesHooks {
     void exchangeFileId(const std::string& a, const std::string& b) override {
         VHFuseFileData::exchangeFileId(a, b);
     }
-    bool isOpen(const std::string& id) override { return VHFuseFileData::isOpen(id); }
+    bool invalidateWhenClosed(const std::string& id, const std::string& drivePath) override {
+        return VHFuseFileData::invalidateWhenClosed(id, drivePath);
+    }
 };
 
 }  // namespace
@@ -57,12 +81,19 @@ void VHFuseFileData::close() {
         id = fileId_;
         wasModified = modified_;
     }
+    std::vector<std::string> stale;
     {
         VHMutexLock lock(gTableMutex);
         auto it = std::find(gOpenedFiles.begin(), gOpenedFiles.end(), this);
         if (it != gOpenedFiles.end()) gOpenedFiles.erase(it);
         if (wasModified && !id.empty()) gFileModifications[id] = VHDate::now();
+        if (auto node = gStaleWhileOpen.find(id);
+            node != gStaleWhileOpen.end() && !isOpenLocked(id)) {
+            stale = std::move(node->second);
+            gStaleWhileOpen.erase(node);
+        }
     }
+    invalidateLater(std::move(stale));
     VHMutexLock lock(mutex_);
     if (fileDescriptor_ != -1) ::close(fileDescriptor_);
     fileDescriptor_ = -1;
@@ -150,8 +181,26 @@ std::vector<VHFuseFileData*> VHFuseFileData::openedFiles() {
 
 bool VHFuseFileData::isOpen(const std::string& fileId) {
     VHMutexLock lock(gTableMutex);
-    return std::any_of(gOpenedFiles.begin(), gOpenedFiles.end(),
-                       [&](VHFuseFileData* open) { return open->fileId() == fileId; });
+    return isOpenLocked(fileId);
+}
+
+bool VHFuseFileData::keepsKernelPages(const VHFile& file) {
+    std::string version = file.uploadName + "|" + std::to_string(file.fileSize) + "|" +
+                          std::to_string(file.modifyTime.seconds) + "|" +
+                          std::to_string(file.status);
+    VHMutexLock lock(gTableMutex);
+    if (gPageVersions.size() >= kMostPageVersions) gPageVersions.clear();
+    auto [it, added] = gPageVersions.try_emplace(file.internalName, version);
+    if (added || it->second == version) return !added;
+    it->second = std::move(version);
+    return false;
+}
+
+bool VHFuseFileData::invalidateWhenClosed(const std::string& fileId, const std::string& drivePath) {
+    VHMutexLock lock(gTableMutex);
+    if (!isOpenLocked(fileId)) return false;
+    gStaleWhileOpen[fileId].push_back(drivePath);
+    return true;
 }
 
 std::vector<pid_t> VHFuseFileData::openProcesses() {

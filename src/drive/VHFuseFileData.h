@@ -78,6 +78,14 @@ class VHFuseFileData : public VHFuseHandle {
     static std::vector<VHFuseFileData*> openedFiles();
     // Some handle has the file open.
     static bool isOpen(const std::string& fileId);
+    // Whether the kernel may keep the pages it cached of the file at an
+    // earlier open: only while the contents are the ones it saw then (same
+    // upload, size, time and state). A change made elsewhere while the file
+    // was open, or in the same second with the same size, drops them here.
+    static bool keepsKernelPages(const VHFile& file);
+    // While the file is open: its drive path is invalidated in the kernel
+    // when the last handle closes (true). False when it is not open.
+    static bool invalidateWhenClosed(const std::string& fileId, const std::string& drivePath);
     // The processes that hold files open.
     static std::vector<pid_t> openProcesses();
     // Whether the file may be uploaded now: its last modification is older

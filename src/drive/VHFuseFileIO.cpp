@@ -102,6 +102,7 @@ int open(const std::string& path, struct fuse_file_info* fi) {
         // even when the file is deleted while open.
         completeCopyDescriptor(*handle, *file);
     }
+    fi->keep_cache = VHFuseFileData::keepsKernelPages(*file);
     handle.release()->storeIn(fi);
     return 0;
 }

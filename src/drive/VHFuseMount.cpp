@@ -70,11 +70,10 @@ int checkMountPoint(const std::string& path) {
 // Options of the caller's own come later and win.
 void addDefaultOptions(struct fuse_args* args) {
     std::string seconds = std::to_string(kDriveCacheTimeoutSeconds);
-    // No negative entries: a name created elsewhere shows at once. The
-    // kernel keeps a file's pages across opens while its size and time stay
-    // the same; changes made elsewhere are invalidated when they arrive.
-    std::string options = "-oentry_timeout=" + seconds + ",attr_timeout=" + seconds +
-                          ",negative_timeout=0,auto_cache";
+    // No negative entries: a name created elsewhere shows at once. Changes
+    // made elsewhere are invalidated when they arrive.
+    std::string options =
+        "-oentry_timeout=" + seconds + ",attr_timeout=" + seconds + ",negative_timeout=0";
     fuse_opt_insert_arg(args, 1, options.c_str());
 }
 

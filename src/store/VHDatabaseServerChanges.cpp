@@ -194,8 +194,9 @@ std::vector<std::string> VHDatabase::touchedDrivePaths(const ServerEffects& effe
         paths.push_back(found.front());
         for (auto it = effects.leftNames.lower_bound({parentId, "", ""});
              it != effects.leftNames.end() && std::get<0>(*it) == parentId; ++it) {
-            if (!VHStoreHooks::openFiles().isOpen(std::get<2>(*it))) {
-                paths.push_back(found.front() + "/" + std::get<1>(*it));
+            std::string path = found.front() + "/" + std::get<1>(*it);
+            if (!VHStoreHooks::openFiles().invalidateWhenClosed(std::get<2>(*it), path)) {
+                paths.push_back(path);
             }
         }
     }

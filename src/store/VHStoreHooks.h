@@ -71,7 +71,10 @@ class VHOpenFilesHooks {
     virtual ~VHOpenFilesHooks() = default;
     virtual void fileWasModified(const VHFile& file) = 0;
     virtual void exchangeFileId(const std::string& a, const std::string& b) = 0;
-    virtual bool isOpen(const std::string&) { return false; }
+    // When the item is open, remembers to drop the kernel's cache of
+    // `drivePath` once its last handle closes, and returns true: dropping
+    // the pages of an open file could wait on its own reads.
+    virtual bool invalidateWhenClosed(const std::string&, const std::string&) { return false; }
 };
 
 // The application: the signed-in user, the connector's stored login and the

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "support/VHDriveProbe.h"
@@ -124,6 +125,28 @@ TEST_F(VHClientRealtimeTest, ABroadcastThatNeverCameIsCaughtUp) {
         << VHTail(client_.logs());
     EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
         << VHTail(client_.logs());
+}
+
+TEST_F(VHClientRealtimeTest, AFileOpenWhileChangedElsewhereShowsTheChangeOnceClosed) {
+    act({{"action", "writeFile"}, {"path", "/held.txt"}, {"text", "old"}});
+    act({{"action", "writeFile"}, {"path", "/marker.txt"}, {"text", "1"}});
+    ASSERT_TRUE(visible([&] { return VHReadWhole(drive("/held.txt")) == "old"; }));
+    ASSERT_TRUE(visible([&] { return VHReadWhole(drive("/marker.txt")) == "1"; }));
+    {
+        std::ifstream held(drive("/held.txt"));
+        ASSERT_TRUE(held.is_open());
+        // One batch: once the marker shows, the store has the new text too.
+        ASSERT_TRUE(emulator_.act(
+            "my-files",
+            json::array({{{"action", "writeFile"}, {"path", "/held.txt"}, {"text", "new, longer"}},
+                         {{"action", "writeFile"}, {"path", "/marker.txt"}, {"text", "22"}}})));
+        ASSERT_TRUE(visible([&] { return VHReadWhole(drive("/marker.txt")) == "22"; }))
+            << VHTail(client_.logs());
+    }
+    // Well within the kernel's own cache time-out, the closed file is fresh.
+    EXPECT_TRUE(
+        client_.waitFor([&] { return VHReadWhole(drive("/held.txt")) == "new, longer"; }, 3s))
+        << VHReadWhole(drive("/held.txt"));
 }
 
 }  // namespace vh::test

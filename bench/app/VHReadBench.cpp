@@ -6,7 +6,6 @@
 // WebDAV server on loopback (a peer). Figures and ratios go to stdout.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -15,8 +14,8 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <thread>
 
+#include "VHPeerMounts.h"
 #include "support/VHTestClient.h"
 #include "support/VHTestHome.h"
 
@@ -39,12 +38,8 @@ double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-void dropKernelCaches() {
-    std::ofstream("/proc/sys/vm/drop_caches") << "3";
-}
-
 double sequentialMBps(const std::string& path) {
-    dropKernelCaches();
+    vh::bench::VHDropKernelCaches();
     int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0) return 0;
     std::string buffer(1 << 20, '\0');
@@ -57,7 +52,7 @@ double sequentialMBps(const std::string& path) {
 }
 
 double randomLatencyMs(const std::string& path, unsigned seed) {
-    dropKernelCaches();
+    vh::bench::VHDropKernelCaches();
     int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0) return 0;
     std::mt19937_64 random(seed);
@@ -72,10 +67,6 @@ double randomLatencyMs(const std::string& path, unsigned seed) {
     return seconds * 1000 / kRandomReads;
 }
 
-bool waitForMount(const std::string& path) {
-    return vh::test::VHTestClient::waitFor([&] { return vh::test::VHIsMountPoint(path); }, 60s);
-}
-
 // Cold: two files nobody read yet (one for sequential, one for random reads).
 // Warm: the sequential file again, now complete in the mount's cache.
 Figures measure(const std::string& sequential, const std::string& random) {
@@ -88,43 +79,11 @@ Figures measure(const std::string& sequential, const std::string& random) {
     return f;
 }
 
-void stop(pid_t pid, const std::string& mount) {
-    std::system(("fusermount3 -u '" + mount + "' 2>/dev/null").c_str());
-    kill(pid, SIGTERM);
-    waitpid(pid, nullptr, 0);
-}
-
-bool installed(const char* program) {
-    return std::system(("command -v " + std::string(program) + " > /dev/null").c_str()) == 0;
-}
-
-Figures bindfsCeiling(const std::string& root, const std::string& source) {
-    if (!installed("bindfs")) return {};
-    std::string mount = root + "/bindfs";
-    fs::create_directories(mount);
-    pid_t pid = vh::test::VHSpawnQuietly({"bindfs", "-f", "--no-allow-other", source, mount});
-    if (!waitForMount(mount)) return {};
-    Figures f = measure(mount + "/seq.bin", mount + "/rnd.bin");
-    stop(pid, mount);
-    return f;
-}
-
-Figures rclonePeer(const std::string& root, const std::string& source) {
-    if (!installed("rclone")) return {};
-    std::string mount = root + "/rclone", cache = root + "/rclone-cache";
-    fs::create_directories(mount);
-    pid_t server = vh::test::VHSpawnQuietly(
-        {"rclone", "serve", "webdav", "--addr", "127.0.0.1:18473", source});
-    std::this_thread::sleep_for(1s);
-    pid_t client = vh::test::VHSpawnQuietly({"rclone", "mount", ":webdav:", mount, "--webdav-url",
-                                             "http://127.0.0.1:18473", "--vfs-cache-mode", "full",
-                                             "--cache-dir", cache});
-    Figures f;
-    if (waitForMount(mount)) f = measure(mount + "/seq.bin", mount + "/rnd.bin");
-    stop(client, mount);
-    kill(server, SIGTERM);
-    waitpid(server, nullptr, 0);
-    return f;
+Figures peer(vh::bench::VHPeerMount::Kind kind, const std::string& root,
+             const std::string& source) {
+    vh::bench::VHPeerMount mount(kind, root, source);
+    if (!mount.mounted()) return {};
+    return measure(mount.path() + "/seq.bin", mount.path() + "/rnd.bin");
 }
 
 void print(const char* name, const Figures& f, const Figures& ours) {
@@ -173,11 +132,11 @@ int main(int argc, char** argv) {
     client.signal(SIGTERM);
     client.waitForExit();
 
-    Figures ceiling = bindfsCeiling(home.root(), source);
-    Figures peer = rclonePeer(home.root(), source);
+    Figures ceiling = peer(vh::bench::VHPeerMount::Kind::Bindfs, home.root(), source);
+    Figures rclone = peer(vh::bench::VHPeerMount::Kind::Rclone, home.root(), source);
     std::printf("reading a 256 MB file on loopback (%d random reads)\n", kRandomReads);
     print("varnholt", ours, ours);
     print("bindfs", ceiling, ours);
-    print("rclone", peer, ours);
+    print("rclone", rclone, ours);
     return ours.ok ? 0 : 1;
 }

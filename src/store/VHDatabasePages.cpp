@@ -1,6 +1,8 @@
 // Batches of server changes as transactions on the database thread: queued one
 // after another, applied in slices between which other jobs run, and then
 // committed together with the share's journal position, or rolled back whole.
+#include <malloc.h>
+
 #include <QThreadPool>
 #include <algorithm>
 #include <chrono>
@@ -19,6 +21,8 @@ namespace {
 // A job queued while a batch is applied waits for one slice at most.
 constexpr size_t kItemsPerSlice = 256;
 constexpr auto kSliceTime = std::chrono::milliseconds(1);
+// Pages smaller than this leave too little behind to be worth a trim.
+constexpr size_t kItemsBeforeTrim = 1000;
 
 }  // namespace
 
@@ -208,10 +212,14 @@ void VHDatabase::finishPage(const std::shared_ptr<PageRun>& page, bool applied) 
               page->items.size(), page->share.shareId());
     }
     if (!pendingPages_.empty()) thread_->post([this] { startNextPage(); });
+    std::vector<VHVirtualFile>().swap(page->items);
     auto announce = [this, page, applied] {
         if (applied) announceServerEffects(page->effects);
         if (page->done) page->done(applied);
         page->block.reset();
+        // A large catch-up leaves its pages' memory free in the threads'
+        // allocator arenas, where it would stay: give it back.
+        if (page->effects.touched.size() >= kItemsBeforeTrim) malloc_trim(0);
     };
     if (page->synchronous) {
         announce();

@@ -29,12 +29,23 @@ bool looksLikeText(std::string_view bytes) {
     return true;
 }
 
+// Header fields that carry a JSON record (the client API's "command" and
+// "request") lose their secret keys as a body does.
+std::string redactedValue(const std::string& value) {
+    if (value.empty() || value.front() != '{') return value;
+    auto json = nlohmann::json::parse(value, nullptr, false);
+    if (json.is_discarded()) return value;
+    redactJson(json);
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 }  // namespace
 
 bool VHIsSecretName(std::string_view name) {
     std::string lower = VHLowercase(name);
+    // "jsondata": the text of a direct link's token, which holds the password.
     return VHContains(lower, "password") || VHContains(lower, "token") ||
-           VHContains(lower, "cookie") || lower == "authorization";
+           VHContains(lower, "cookie") || lower == "authorization" || lower == "jsondata";
 }
 
 std::string VHRedactedURL(std::string_view url) {
@@ -58,7 +69,8 @@ std::string VHRedactedHeaders(const VHHttpHeaders& headers) {
     std::string out = "{";
     for (size_t i = 0; i < headers.size(); ++i) {
         const auto& [name, value] = headers[i];
-        out += (i ? "; " : " ") + name + ": " + (VHIsSecretName(name) ? kRedacted : value);
+        out += (i ? "; " : " ") + name + ": " +
+               (VHIsSecretName(name) ? kRedacted : redactedValue(value));
     }
     return out + (headers.empty() ? "}" : " }");
 }

@@ -21,6 +21,13 @@ TEST(VHCrypto, Base64AndAesRoundTripAndRejectBadInput) {
     EXPECT_EQ(VHAes256CbcDecrypt(*cipher, key, iv), "user@example.com|share|file");
     EXPECT_FALSE(VHAes256CbcDecrypt(*cipher, std::string(32, 'x'), iv));  // padding check fails
     EXPECT_FALSE(VHAes256CbcEncrypt("x", "short", iv));
+
+    // Without padding, whole blocks in give as many bytes out; a partial block is refused.
+    auto block = VHAes256CbcEncrypt(std::string(16, 'b'), key, iv, VHCipherPadding::None);
+    ASSERT_TRUE(block);
+    EXPECT_EQ(block->size(), 16u);
+    EXPECT_EQ(VHAes256CbcDecrypt(*block, key, iv, VHCipherPadding::None), std::string(16, 'b'));
+    EXPECT_FALSE(VHAes256CbcEncrypt(std::string(17, 'b'), key, iv, VHCipherPadding::None));
 }
 
 TEST(VHStrings, UnicodeFormsEscapingAndGuids) {

@@ -233,7 +233,10 @@ TEST_F(VHHttpTest, SecretsNeverReachTheLogFiles) {
     login.headers = {{"password2", "VHSECRET-pw"},
                      {"Authorization", "DomainToken VHSECRET-auth"},
                      {"token", "VHSECRET-header"},
-                     {"useremail", "a@b.c"}};
+                     {"useremail", "a@b.c"},
+                     // JSON in header fields, as the client API sends it
+                     {"command", R"({"Token":"VHSECRET-cmd","Method":"CreateDirectLink"})"},
+                     {"request", R"({"MaxUse":1,"JsonData":"{\"B\":\"VHSECRET-json\"}"})"}};
     login.body = R"({"ShareId":"s","EnablePassword":true,"Password":"VHSECRET-link"})";
     EXPECT_EQ(VHHttp::send(login).status, 200);
     VHClose();
@@ -251,6 +254,7 @@ TEST_F(VHHttpTest, SecretsNeverReachTheLogFiles) {
         std::string::npos)
         << text;
     EXPECT_NE(text.find("useremail: a@b.c"), std::string::npos);
+    EXPECT_NE(text.find("\"Method\":\"CreateDirectLink\""), std::string::npos);
     EXPECT_NE(text.find("U100"), std::string::npos);
     EXPECT_EQ(text.find("VHSECRET"), std::string::npos) << text;
 }

@@ -61,6 +61,7 @@ VHConnector::VHConnector()
     : transferHooks_(std::make_unique<TransferHooks>(*this)),
       loginOperationQueue_(std::make_unique<QThreadPool>()),
       catchupOperationQueue_(std::make_unique<QThreadPool>()),
+      linkOperationQueue_(std::make_unique<QThreadPool>()),
       realtime_(std::make_unique<VHSRConnections>(realtimeActions())) {
     needsFullRefresh_ = VHSettings::contains(kNeedsFullRefresh);
     VHTransferHooks::set(transferHooks_.get());
@@ -94,6 +95,7 @@ void VHConnector::stopRealtime() {
 void VHConnector::waitForOperations() {
     VHWaitForPool(*loginOperationQueue_);
     VHWaitForPool(*catchupOperationQueue_);
+    VHWaitForPool(*linkOperationQueue_);
 }
 
 void VHConnector::onMain(std::function<void()> work) {

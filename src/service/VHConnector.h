@@ -26,6 +26,7 @@
 #include "lib/VHThreadSafety.h"
 #include "service/VHSRConnection.h"
 #include "store/VHCatchUpResponse.h"
+#include "store/VHFile.h"
 #include "store/VHLoginRecords.h"
 
 class QThreadPool;
@@ -142,6 +143,33 @@ class VHConnector : public QObject {
     // Share ids with a catch-up request in flight; any thread.
     std::vector<std::string> activeCatchupShares() const;
 
+    // ---- Public links and the web client (VHConnectorLinks.cpp) -------------
+    // Main thread. The requests run on the link queue; every callback runs on
+    // the main thread.
+    using Opened = std::function<void(const std::optional<std::string>& url)>;
+    using LinkHandler = std::function<void(const std::string& link)>;
+    using LinkFailure = std::function<void(const std::string& why)>;
+    // Opens the web client signed in through a one-time direct link: at its
+    // start page, at the page for a new share (no share) or at `share`.
+    // The address goes to the URL opener; `opened` gets it, or nothing when
+    // it could not be made (the reason is logged).
+    void openWebClient(Opened opened = {});
+    void openShareInWebClient(const std::optional<ManagedShare>& share, Opened opened = {});
+    void openWebClientFor(int function, const std::string& param, Opened opened = {});
+    // Where opened addresses go (the desktop's URL opener). Main thread.
+    void setURLOpener(std::function<void(const std::string& url)> opener) {
+        urlOpener_ = std::move(opener);
+    }
+    // Base64 of `text`, zero-padded to whole blocks and encrypted with `key`
+    // (32 bytes) and the configured IV; empty on failure. Any thread.
+    static std::string encryptDirectLink(const std::string& text, const std::string& key);
+    // The configured direct-link key ("VHDirectLinkKey" or
+    // VARNHOLT_DIRECT_LINK_KEY, Base64); empty when missing or not 32 bytes.
+    static std::string directLinkKey();
+    // Creates a public link to the file: `handler` gets it on success only;
+    // `failed` gets the logged reason otherwise.
+    void createFilePublicLink(const VHFile& file, LinkHandler handler, LinkFailure failed = {});
+
     // ---- Realtime channel (any thread) ---------------------------------------
     VHSRConnection* srConnectionForDomain(const UserDomain& domain);
     // Disconnects every domain's realtime connection and forgets them.
@@ -187,6 +215,21 @@ class VHConnector : public QObject {
     void decideGlobalLogin(const GlobalLoginResponce& response, const std::string& text,
                            bool domainWasKnown);
     void refuseUnknownDevice();
+
+    // ---- Links (VHConnectorLinks.cpp) ----
+    // What a direct link is made of, taken on the main thread.
+    struct DirectLinkInput {
+        std::string username, password, deviceId, param;
+        std::optional<UserDomain> domain;  // the primary user domain
+    };
+    // Link queue: the web client's address, or nothing (logged).
+    std::optional<std::string> requestDirectLink(const DirectLinkInput& input);
+    static std::optional<std::string> directLinkIdOf(const VHHttpResponse& response);
+    // Link queue: the link, or nothing with the reason in `why` (logged).
+    std::optional<std::string> requestPublicLink(const VHFile& file, std::string& why);
+    static std::optional<std::string> publicLinkOf(const VHFile& file,
+                                                   const VHHttpResponse& response,
+                                                   std::string& why);
 
     // ---- Gateway logins ----
     // Pool thread: the completion of one gateway login.
@@ -239,6 +282,8 @@ class VHConnector : public QObject {
 
     std::unique_ptr<QThreadPool> loginOperationQueue_;
     std::unique_ptr<QThreadPool> catchupOperationQueue_;
+    std::unique_ptr<QThreadPool> linkOperationQueue_;
+    std::function<void(const std::string&)> urlOpener_;  // main thread
     std::unique_ptr<VHSRConnections> realtime_;
     QTimer* loginTimer_ = nullptr;                 // main thread
     std::vector<UserDomain> failedUserDomains_;    // main thread

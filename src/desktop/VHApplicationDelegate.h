@@ -16,6 +16,7 @@
 #include <QTimer>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -98,6 +99,18 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     bool checkForRunningInstances();
     // Gives the single-instance lock back (at the end of the process).
     void releaseInstanceLock() { instanceLock_.reset(); }
+
+    // ---- Links (VHApplicationDelegateLinks.cpp; main thread) ----
+    using LinkDone = std::function<void(const std::string& result)>;
+    // Creates a public link to the file and puts it on the clipboard (with a
+    // notification); headless, where there is none, it is logged and
+    // notified. `done` gets the link, `failed` the reason otherwise.
+    void putFileLinkToClipboard(const VHFile& file, LinkDone done = {}, LinkDone failed = {});
+    // Creates a public link and opens an e-mail with it ("mailto:");
+    // `done` gets the address opened.
+    void emailFileLink(const VHFile& file, LinkDone done = {}, LinkDone failed = {});
+    // The e-mail address that carries `link` in its body.
+    static std::string mailtoAddress(const std::string& link);
 
     // VHAppHooks
     std::string username() override;

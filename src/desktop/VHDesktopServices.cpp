@@ -1,11 +1,13 @@
 #include "desktop/VHDesktopServices.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusMessage>
 #include <QMessageBox>
+#include <QProcess>
 #include <QPushButton>
 
 #include "lib/VHLog.h"
@@ -28,6 +30,18 @@ void VHDesktopServices::postDistributedNotification(const std::string& name) {
                                                      "com.varnholt.Varnholt", "Notification");
     signal << q(name);
     bus.send(signal);
+}
+
+bool VHDesktopServices::openURL(const std::string& url) {
+    if (QProcess::startDetached("xdg-open", {q(url)})) return true;
+    VHLog(kLogMain, "Warning! Cannot start xdg-open to open an address.");
+    return false;
+}
+
+bool VHDesktopServices::copyToClipboard(const std::string& text) {
+    if (!hasGui()) return false;
+    QApplication::clipboard()->setText(q(text));
+    return true;
 }
 
 bool VHDesktopServices::hasGui() {

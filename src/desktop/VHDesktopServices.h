@@ -22,6 +22,12 @@ class VHDesktopServices {
                             bool headlessAnswer);
     // A desktop notification (org.freedesktop.Notifications).
     static void notify(const std::string& title, const std::string& body);
+    // Hands `url` to the desktop's opener (xdg-open) without waiting for it;
+    // false when it cannot be started. The address is not logged: a direct
+    // link in it signs in.
+    static bool openURL(const std::string& url);
+    // Puts `text` on the clipboard; false where there is none (headless).
+    static bool copyToClipboard(const std::string& text);
     // Whether dialogs can be shown (a GUI application runs).
     static bool hasGui();
 };

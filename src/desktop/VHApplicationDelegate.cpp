@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "desktop/VHDesktopServices.h"
+#include "desktop/VHFinderConnector.h"
 #include "desktop/VHLogging.h"
 #include "desktop/VHStartupMigration.h"
 #include "drive/VHDriveEvents.h"
@@ -148,6 +149,7 @@ void VHApplicationDelegate::applicationDidFinishLaunching(bool headless) {
         // event loops (the Secret Service) where they could otherwise cut in.
         startingUp_ = true;
         VHStartupMigration::migrate();
+        VHFinderConnector::defaultConnector().start();
         if (access("/dev/fuse", R_OK | W_OK) != 0) {
             VHDesktopServices::showAlert("FUSE is not available",
                                          "Varnholt needs FUSE: install the package fuse3.");
@@ -222,7 +224,12 @@ void VHApplicationDelegate::subscribeToNotifications() {
             });
         },
         Qt::QueuedConnection);
+    connect(&VHUploadQueue::uploadQueue(), &VHUploadQueue::lockAlert, this,
+            [](const QString& message) {
+                VHDesktopServices::showAlert("Lock failed", message.toStdString());
+            });
     VHConnector& connector = VHConnector::defaultConnector();
+    connector.setURLOpener([](const std::string& url) { VHDesktopServices::openURL(url); });
     connect(&connector, &VHConnector::globalLoggedIn, this, &VHApplicationDelegate::didLoggedIn);
     connect(&connector, &VHConnector::domainsLoggedIn, this,
             &VHApplicationDelegate::didDomainsLogin);

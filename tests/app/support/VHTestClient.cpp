@@ -65,6 +65,9 @@ bool VHTestClient::start(const Options& options) {
         {"VARNHOLT_CONNECT_TO", emulator_.connectTo()},
         {"VARNHOLT_CA_FILE", emulator_.caFile()},
         {"VARNHOLT_GLOBAL_ADDRESS", "global.varnholt.test"},
+        // The emulator's direct-link key and IV, Base64.
+        {"VARNHOLT_DIRECT_LINK_KEY", "VmFybmhvbHRFbXVsYXRvckRpcmVjdExpbmtLZXktMDE="},
+        {"VARNHOLT_DIRECT_LINK_IV", "VmFybmhvbHRFbXVJVi0wMQ=="},
     };
     for (const auto& [key, value] : options.environment) env[key] = value;
 

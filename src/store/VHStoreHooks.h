@@ -37,6 +37,11 @@ class VHCacheFiles {
     virtual ~VHCacheFiles() = default;
     // Files/<shareId>, the folder of a share's complete files.
     virtual std::string shareCachePath(const std::string& shareId) = 0;
+    // Beside the share's folder, made with it: the share's attribute side
+    // file, when it is missing (one that exists keeps its attributes).
+    virtual void createMissingExAttrsForShare(const ManagedShare& share) = 0;
+    // Removes the share's attribute side file, when the share goes.
+    virtual void deleteExAttrsForShare(const std::string& shareId) = 0;
     // An empty complete-cache file for a new local file (nothing for a folder).
     virtual void createCacheFile(const VHFile& file) = 0;
     // Removes the complete-cache file and its attribute side file.

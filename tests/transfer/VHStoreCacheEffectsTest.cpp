@@ -41,11 +41,14 @@ class VHStoreCacheEffectsTest : public VHStoreTest {
 
 }  // namespace
 
-TEST_F(VHStoreCacheEffectsTest, SharesOwnACacheFolderForAsLongAsTheyAreKnown) {
+TEST_F(VHStoreCacheEffectsTest, SharesOwnACacheFolderAndAttributesForAsLongAsTheyAreKnown) {
     std::string folder = cache_->pathForShareCache("s1");
+    std::string attributes = cache_->pathForShareExtAttrs("s1");
     EXPECT_TRUE(fs::is_directory(folder));
+    EXPECT_TRUE(fs::is_regular_file(attributes));
     db().deleteShareData("s1");
     EXPECT_TRUE(VHWaitUntil([&] { return !fs::exists(folder); }));
+    EXPECT_FALSE(fs::exists(attributes));
 }
 
 TEST_F(VHStoreCacheEffectsTest, LocalFilesGetAnEmptyCacheCopyThatRemovalDeletes) {

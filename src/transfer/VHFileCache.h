@@ -114,7 +114,8 @@ class VHFileCache final : public VHCacheFiles {
     // Neither touches a file open in the cache: its descriptor lives on until
     // the expiry sweep.
     void deleteFileDownload(const VHFile& file) override;
-    // Removes the complete file and, always, its attribute side file.
+    // Removes the complete file and, always, its attribute side file (all a
+    // folder record has).
     void deleteFileCache(const VHFile& file) override;
     bool hasCompleteCache(const VHFile& file) override;
     std::string shareCachePath(const std::string& shareId) override;

@@ -51,6 +51,21 @@ TEST_F(VHStoreCacheEffectsTest, SharesOwnACacheFolderAndAttributesForAsLongAsThe
     EXPECT_FALSE(fs::exists(attributes));
 }
 
+TEST_F(VHStoreCacheEffectsTest, AFoldersAttributesGoWhenItIsRemovedHereOrOnTheServer) {
+    VHFile here = synced("d-here", "s1", "here", false);
+    VHFile there = synced("d-there", "s1", "there", false);
+    cache_->createExAttrsForFile(here);
+    cache_->createExAttrsForFile(there);
+    ASSERT_TRUE(fs::exists(cache_->pathForFileExtAttrs(here)));
+    ASSERT_TRUE(fs::exists(cache_->pathForFileExtAttrs(there)));
+    EXPECT_TRUE(db().removeFile(here, true));
+    EXPECT_FALSE(fs::exists(cache_->pathForFileExtAttrs(here)));
+    VHVirtualFile deleted = serverItem("d-there", "s1", "there", false, 2);
+    deleted.Deleted = true;
+    apply({deleted});
+    EXPECT_TRUE(VHWaitUntil([&] { return !fs::exists(cache_->pathForFileExtAttrs(there)); }));
+}
+
 TEST_F(VHStoreCacheEffectsTest, LocalFilesGetAnEmptyCacheCopyThatRemovalDeletes) {
     auto file = db().createFile("new.txt", "s1", "s1");
     ASSERT_TRUE(file);

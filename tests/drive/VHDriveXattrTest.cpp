@@ -1,5 +1,6 @@
-// Extended attributes on a real mount: what applications store and the
-// status attributes a file manager reads.
+// Extended attributes and remote locks on a real mount: what applications
+// store, the status attributes a file manager reads, and the writes a lock
+// held elsewhere refuses.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -210,6 +211,31 @@ TEST_F(VHDriveXattrTest, StatusAttributesFollowTheItemsState) {
     EXPECT_EQ(errorOf(setxattr(file.c_str(), overlay, "1", 1, 0)), EPERM);
     EXPECT_EQ(errorOf(removexattr(file.c_str(), overlay)), EPERM);
     EXPECT_EQ(namesOf(file), "");
+}
+
+TEST_F(VHDriveXattrTest, AFileLockedElsewhereRefusesEveryWrite) {
+    std::string locked = path("/Alpha/other.txt");
+    struct stat st {};
+    ASSERT_EQ(stat(locked.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0222, 0u);
+    EXPECT_EQ(errorOf(open(locked.c_str(), O_WRONLY)), EACCES);
+    EXPECT_EQ(errorOf(open(locked.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)), EACCES);
+    EXPECT_EQ(errorOf(truncate(locked.c_str(), 0)), EACCES);
+
+    // A lock that arrives while the file is open stops the handle's writes.
+    int fd = open(path("/Alpha/done.txt").c_str(), O_RDWR);
+    ASSERT_GE(fd, 0);
+    VHVirtualFile item = VHTestItem("s1", "i-done", "s1", "done.txt", 4, 1);
+    item.Tick = item.ShareTick = 2;
+    item.FileLock = FileLock{"that-device", true, 1.0, "you@x"};
+    VHApplyItems("s1", {item});
+    EXPECT_EQ(errorOf(pwrite(fd, "x", 1, 0)), EACCES);
+    EXPECT_EQ(errorOf(ftruncate(fd, 0)), EACCES);
+    item.Tick = item.ShareTick = 3;
+    item.FileLock = FileLock{"", false, 0.0, ""};
+    VHApplyItems("s1", {item});
+    EXPECT_EQ(pwrite(fd, "D", 1, 0), 1);
+    close(fd);
 }
 
 TEST_F(VHDriveXattrTest, AttributesFollowTheirItemAndGoWithIt) {

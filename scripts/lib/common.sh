@@ -13,7 +13,7 @@ VH_PACKAGES=(
   libcurl4-openssl-dev nlohmann-json3-dev libsqlite3-dev libssl-dev libcpp-httplib-dev
   libgtest-dev libgmock-dev
   openssl ca-certificates curl
-  git rsync vim tar xdg-utils
+  git rsync attr vim tar xdg-utils
 )
 
 vh_install_packages() {

@@ -11,6 +11,7 @@
 #include "drive/VHFuseFileData.h"
 #include "drive/VHFuseGuard.h"
 #include "drive/VHFuseHandle.h"
+#include "drive/VHFuseNamespace.h"
 #include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHPathUtils.h"
@@ -71,10 +72,7 @@ void VHFillItemAttributes(struct stat* st, const VHFile& file, bool readOnly) {
     mode_t mode = static_cast<mode_t>(file.permissions & 0xFFF);
     // Linux has no immutable flag to report: a file that another user holds
     // locked shows without write permission instead.
-    if (readOnly ||
-        (file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file))) {
-        mode &= ~kWriteBits;
-    }
+    if (readOnly || VHIsLockedByAnotherUser(file)) mode &= ~kWriteBits;
     fillCommon(st, mode | (file.isFile ? S_IFREG : S_IFDIR));
     fillTimes(st, file.modifyTime, file.accessTime, file.createTime);
     if (file.isFile) {

@@ -12,6 +12,7 @@
 #include "drive/VHFuseFileData.h"
 #include "drive/VHFuseGuard.h"
 #include "drive/VHFuseMount.h"
+#include "drive/VHFuseNamespace.h"
 #include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHPathUtils.h"
@@ -91,6 +92,7 @@ int open(const std::string& path, struct fuse_file_info* fi) {
         VHLog(kLogDrive, "error --> %s:%@ mode: (%d)", "varnholt_open", path, fi->flags);
         return -ENOENT;
     }
+    if (wantsToWrite(fi->flags) && VHIsLockedByAnotherUser(*file)) return -EACCES;
     auto handle = std::make_unique<VHFuseFileData>(fi->flags, -1, VHFuseCallerPid());
     handle->setFileId(file->internalName);
     VHStoreHooks::setOpenFiles(&VHFuseFileData::hooks());
@@ -212,7 +214,8 @@ int write(const char* path, const char* buffer, size_t size, off_t offset,
         return -ENOENT;
     }
     auto file = VHDatabase::database().fileWithId(handle->fileId());
-    if (!file) return -EACCES;
+    // A lock taken elsewhere while the file was open stops its writes too.
+    if (!file || VHIsLockedByAnotherUser(*file)) return -EACCES;
     // A handle that holds the complete copy open needs no download.
     if (handle->fileDescriptor() == -1) {
         if (auto result = VHWriteWhileDownloading(*file, buffer, size, offset, path)) {
@@ -240,7 +243,7 @@ int fallocate(const char* path, int mode, off_t offset, off_t length, struct fus
     auto* handle = dynamic_cast<VHFuseFileData*>(VHFuseHandle::from(fi));
     if (!handle) return -EBADF;
     auto file = VHDatabase::database().fileWithId(handle->fileId());
-    if (!file) return -EACCES;
+    if (!file || VHIsLockedByAnotherUser(*file)) return -EACCES;
     VHMutexLock io(handle->ioMutex());
     int fd = cacheDescriptorForWriting(*handle, *file, offset);
     if (fd < 0) return fd;

@@ -10,8 +10,9 @@
 
 namespace vh {
 
-// 0, -EACCES (writing in a share the user may only read), -ENOENT. With
-// O_TRUNC for writing the file's contents become empty here.
+// 0, -EACCES (writing in a share the user may only read, or into a file
+// another user holds locked), -ENOENT. With O_TRUNC for writing the file's
+// contents become empty here.
 int varnholt_open(const char* path, struct fuse_file_info* fi);
 // Bytes read, or -errno; from the complete cache copy, else through the
 // download queue (-EIO when it gives nothing).
@@ -23,7 +24,8 @@ int varnholt_read(const char* path, char* buffer, size_t size, off_t offset,
 // 0 with *out set (freed by libfuse), or -errno.
 int varnholt_read_buf(const char* path, struct fuse_bufvec** out, size_t size, off_t offset,
                       struct fuse_file_info* fi);
-// Bytes written into the cache copy, or -errno.
+// Bytes written into the cache copy, or -errno (-EACCES once another user
+// holds the file locked, also through a handle opened before).
 int varnholt_write(const char* path, const char* buffer, size_t size, off_t offset,
                    struct fuse_file_info* fi);
 int varnholt_release(const char* path, struct fuse_file_info* fi);              // always 0

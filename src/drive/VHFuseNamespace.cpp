@@ -62,6 +62,10 @@ bool VHIsReadOnlyPath(const std::string& path) {
     return share && share->isReadonlyShare();
 }
 
+bool VHIsLockedByAnotherUser(const VHFile& file) {
+    return file.isFile && file.isLocked && VHDatabase::database().isFileLockedRemotely(file);
+}
+
 namespace {
 
 std::variant<VHItemPlace, int> placeInShare(const std::string& sharePath) {

@@ -28,6 +28,9 @@ int VHRefuseInvalidName();
 // `path` lies in a share the user may only read, and is not an ignored name
 // (those never reach the service).
 bool VHIsReadOnlyPath(const std::string& path);
+// A file that another user holds locked: shown without write bits, and
+// neither its contents nor its attributes may change here.
+bool VHIsLockedByAnotherUser(const VHFile& file);
 
 // The share and parent id under which a new item at `path` is made.
 struct VHItemPlace {

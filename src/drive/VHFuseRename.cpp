@@ -140,7 +140,8 @@ int moveItem(VHFile file, const std::string& from, const std::string& to) {
     if (const int* error = std::get_if<int>(&place)) return *error;
     const VHItemPlace& at = std::get<VHItemPlace>(place);
     VHDatabase& db = VHDatabase::database();
-    if (file.isFile && file.shareId != at.shareId) {
+    // A folder has no contents here, but it may have attributes.
+    if (file.shareId != at.shareId) {
         VHFileCache::fileCache().moveFileCache(file.internalName, file.shareId, at.shareId);
     }
     db.cacheItem(file.internalName, to, false);

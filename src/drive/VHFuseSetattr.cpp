@@ -52,6 +52,7 @@ std::variant<VHFile, int> targetRecord(const char* rawPath, struct fuse_file_inf
         if (!file || file->deleted) return -ENOENT;
         auto share = db.shareForFile(*file);
         if (share && share->isReadonlyShare()) return -EACCES;
+        if (VHIsLockedByAnotherUser(*file)) return -EACCES;
         return *file;
     }
     if (!rawPath) return -ENOENT;
@@ -60,6 +61,7 @@ std::variant<VHFile, int> targetRecord(const char* rawPath, struct fuse_file_inf
     if (VHIsReadOnlyPath(path)) return -EACCES;
     auto file = driveFileWithPath(path);
     if (!file || file->deleted) return -ENOENT;
+    if (VHIsLockedByAnotherUser(*file)) return -EACCES;
     return *file;
 }
 

@@ -1,4 +1,6 @@
-// Changing attributes of drive items: mode, owner, size and times.
+// Changing attributes of drive items: mode, owner, size and times. Each
+// returns 0 or -errno; -EACCES for a share, the root, anything in a share
+// the user may only read, and a file another user holds locked.
 #pragma once
 
 #include <fuse.h>

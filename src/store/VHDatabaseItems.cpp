@@ -305,7 +305,8 @@ bool VHDatabase::removeRows(VHFilesTable& t, const VHFile& file, bool forceDelet
 }
 
 void VHDatabase::afterRemoval(const VHFile& file, bool andCache) {
-    if (file.isFile && andCache) VHStoreHooks::cache().deleteFileCache(file);
+    // A folder has no contents here, but it may have attributes.
+    if (andCache) VHStoreHooks::cache().deleteFileCache(file);
     VHFile removed = file;
     removed.deleted = true;
     refreshFile(removed);
@@ -322,7 +323,7 @@ bool VHDatabase::changeFilesShareIdInFolderRecursive(const VHFile& folder,
                                                      const std::string& newShareId) {
     struct Moved {
         std::vector<VHFile> folders;  // as now stored, to be uploaded
-        std::vector<VHFile> files;    // as before, whose caches move
+        std::vector<VHFile> items;    // as before, whose cache and attribute files move
         bool ok = true;
     };
     Moved moved = write([&](VHFilesTable& t) {
@@ -339,16 +340,16 @@ bool VHDatabase::changeFilesShareIdInFolderRecursive(const VHFile& folder,
             for (VHFile& child : t.filesInFolder(id, true).value_or(std::vector<VHFile>{})) {
                 if (!child.isFile) {
                     pending.push_back(child.internalName);
-                    continue;
+                } else {
+                    found.ok = moveIntoShare(t, child.internalName, newShareId, false) && found.ok;
                 }
-                found.ok = moveIntoShare(t, child.internalName, newShareId, false) && found.ok;
-                found.files.push_back(std::move(child));
+                found.items.push_back(std::move(child));
             }
         }
         return found;
     });
     for (const VHFile& movedFolder : moved.folders) VHStoreHooks::uploads().upload(movedFolder);
-    for (const VHFile& child : moved.files) {
+    for (const VHFile& child : moved.items) {
         VHStoreHooks::cache().moveFileCache(child.internalName, child.internalName, child.shareId,
                                             newShareId);
     }

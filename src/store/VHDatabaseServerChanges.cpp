@@ -138,10 +138,9 @@ void VHDatabase::applyServerDeletion(VHFilesTable& t, const VHFile& server,
         return;
     }
     VHLog(kLogDatabase, "updateFile: deleting %@", local->publicName);
-    if (local->isFile) {
-        t.deleteFileDownload(local->internalName);
-        effects.deleted.push_back(*local);
-    }
+    if (local->isFile) t.deleteFileDownload(local->internalName);
+    // A folder's attributes go with it.
+    effects.deleted.push_back(*local);
     t.deleteFile(local->internalName);
 }
 

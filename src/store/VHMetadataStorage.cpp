@@ -385,11 +385,15 @@ void VHMetadataStorage::createFolderForShare(const std::string& shareId) {
     if (ec) {
         VHLog(kLogMain, "Warning! Cannot create cache folder for share %@ : error %@", shareId,
               ec.message());
+        return;
     }
+    if (auto share = shareWithId(shareId))
+        VHStoreHooks::cache().createMissingExAttrsForShare(*share);
 }
 
 void VHMetadataStorage::removeFolderOfShare(const std::string& shareId) {
     if (!VHIsSafePathComponent(shareId)) return;
+    VHStoreHooks::cache().deleteExAttrsForShare(shareId);
     std::string path = VHStoreHooks::cache().shareCachePath(shareId);
     if (path.empty()) return;
     QThreadPool::globalInstance()->start(VHHandOff([path] {

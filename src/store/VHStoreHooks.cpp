@@ -8,6 +8,8 @@ namespace {
 
 class NoCache final : public VHCacheFiles {
     std::string shareCachePath(const std::string&) override { return ""; }
+    void createMissingExAttrsForShare(const ManagedShare&) override {}
+    void deleteExAttrsForShare(const std::string&) override {}
     void createCacheFile(const VHFile&) override {}
     void deleteFileCache(const VHFile&) override {}
     void deleteFileDownload(const VHFile&) override {}

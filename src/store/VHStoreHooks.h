@@ -37,9 +37,15 @@ class VHCacheFiles {
     virtual ~VHCacheFiles() = default;
     // Files/<shareId>, the folder of a share's complete files.
     virtual std::string shareCachePath(const std::string& shareId) = 0;
+    // Beside the share's folder, made with it: the share's attribute side
+    // file, when it is missing (one that exists keeps its attributes).
+    virtual void createMissingExAttrsForShare(const ManagedShare& share) = 0;
+    // Removes the share's attribute side file, when the share goes.
+    virtual void deleteExAttrsForShare(const std::string& shareId) = 0;
     // An empty complete-cache file for a new local file (nothing for a folder).
     virtual void createCacheFile(const VHFile& file) = 0;
-    // Removes the complete-cache file and its attribute side file.
+    // Removes the complete-cache file and its attribute side file (a
+    // folder record has only the latter).
     virtual void deleteFileCache(const VHFile& file) = 0;
     // Removes the partial download.
     virtual void deleteFileDownload(const VHFile& file) = 0;
@@ -47,7 +53,7 @@ class VHCacheFiles {
     virtual bool hasCompleteCache(const VHFile& file) = 0;
     // The two files' caches and attributes trade places.
     virtual void exchangeFileCaches(const VHFile& oldFile, const VHFile& newFile) = 0;
-    // Moves a file's cache and attribute files between share folders.
+    // Moves an item's cache and attribute files between share folders.
     virtual void moveFileCache(const std::string& internalName, const std::string& newInternalName,
                                const std::string& fromShareId, const std::string& toShareId) = 0;
 };

@@ -104,6 +104,12 @@ void createEmptyFile(const std::string& path, std::string_view inTheWay, std::st
     close(fd);
 }
 
+// An empty file at `path` unless something is there already.
+void createIfMissing(const std::string& path) {
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) close(fd);
+}
+
 // Server-supplied names become path components only when safe; logs the
 // first one that is not.
 bool safeNames(std::initializer_list<std::string_view> names) {
@@ -220,7 +226,11 @@ std::string VHFileCache::pathForFileCache(const std::string& shareId,
                                           const std::string& internalName) const {
     std::string shareFolder = pathForShareCache(shareId);
     if (shareFolder.empty() || !VHIsSafePathComponent(internalName)) return "";
-    if (!exists(shareFolder)) VHPaths::makePrivateDir(shareFolder);
+    if (!exists(shareFolder)) {
+        // A share's attributes live beside its folder and come with it.
+        VHPaths::makePrivateDir(shareFolder);
+        createIfMissing(shareFolder + kAttrsSuffix);
+    }
     return VHPaths::join(shareFolder, internalName);
 }
 
@@ -403,6 +413,16 @@ void VHFileCache::createExAttrsForShare(const ManagedShare& share) {
                     "Warning! Cannot create ext attrs file for share %@ : file with the same name "
                     "already exists there.",
                     "Warning! Cannot create ext attrs file for share %@.", share.displayName());
+}
+
+void VHFileCache::createMissingExAttrsForShare(const ManagedShare& share) {
+    std::string path = pathForShareExtAttrs(share.shareId());
+    if (!path.empty() && !exists(path)) createExAttrsForShare(share);
+}
+
+void VHFileCache::deleteExAttrsForShare(const std::string& shareId) {
+    if (!safeNames({shareId})) return;
+    unlink(pathForShareExtAttrs(shareId).c_str());
 }
 
 void VHFileCache::deleteFileDownload(const VHFile& file) {

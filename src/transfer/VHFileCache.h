@@ -65,7 +65,8 @@ class VHFileCache final : public VHCacheFiles {
 
     // Downloads/<internalName>.
     std::string pathForFileDownload(const VHFile& file) const;
-    // Files/<shareId>/<internalName>; creates the share's folder when missing.
+    // Files/<shareId>/<internalName>; creates the share's folder (and the
+    // share's side file) when missing.
     std::string pathForFileCache(const std::string& shareId, const std::string& internalName) const;
     std::string pathForFileCache(const VHFile& file) const;
     // Files/<shareId>/<internalName>.attrs; creates the share's folder when missing.
@@ -105,11 +106,16 @@ class VHFileCache final : public VHCacheFiles {
     void createCacheFile(const VHFile& file) override;
     void createExAttrsForFile(const VHFile& file);
     void createExAttrsForShare(const ManagedShare& share);
+    // The share's side file when it is missing; one that exists keeps its
+    // attributes. The store calls it as it makes the share's folder.
+    void createMissingExAttrsForShare(const ManagedShare& share) override;
+    void deleteExAttrsForShare(const std::string& shareId) override;
 
     // Neither touches a file open in the cache: its descriptor lives on until
     // the expiry sweep.
     void deleteFileDownload(const VHFile& file) override;
-    // Removes the complete file and, always, its attribute side file.
+    // Removes the complete file and, always, its attribute side file (all a
+    // folder record has).
     void deleteFileCache(const VHFile& file) override;
     bool hasCompleteCache(const VHFile& file) override;
     std::string shareCachePath(const std::string& shareId) override;

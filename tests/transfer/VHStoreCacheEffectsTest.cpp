@@ -41,11 +41,29 @@ class VHStoreCacheEffectsTest : public VHStoreTest {
 
 }  // namespace
 
-TEST_F(VHStoreCacheEffectsTest, SharesOwnACacheFolderForAsLongAsTheyAreKnown) {
+TEST_F(VHStoreCacheEffectsTest, SharesOwnACacheFolderAndAttributesForAsLongAsTheyAreKnown) {
     std::string folder = cache_->pathForShareCache("s1");
+    std::string attributes = cache_->pathForShareExtAttrs("s1");
     EXPECT_TRUE(fs::is_directory(folder));
+    EXPECT_TRUE(fs::is_regular_file(attributes));
     db().deleteShareData("s1");
     EXPECT_TRUE(VHWaitUntil([&] { return !fs::exists(folder); }));
+    EXPECT_FALSE(fs::exists(attributes));
+}
+
+TEST_F(VHStoreCacheEffectsTest, AFoldersAttributesGoWhenItIsRemovedHereOrOnTheServer) {
+    VHFile here = synced("d-here", "s1", "here", false);
+    VHFile there = synced("d-there", "s1", "there", false);
+    cache_->createExAttrsForFile(here);
+    cache_->createExAttrsForFile(there);
+    ASSERT_TRUE(fs::exists(cache_->pathForFileExtAttrs(here)));
+    ASSERT_TRUE(fs::exists(cache_->pathForFileExtAttrs(there)));
+    EXPECT_TRUE(db().removeFile(here, true));
+    EXPECT_FALSE(fs::exists(cache_->pathForFileExtAttrs(here)));
+    VHVirtualFile deleted = serverItem("d-there", "s1", "there", false, 2);
+    deleted.Deleted = true;
+    apply({deleted});
+    EXPECT_TRUE(VHWaitUntil([&] { return !fs::exists(cache_->pathForFileExtAttrs(there)); }));
 }
 
 TEST_F(VHStoreCacheEffectsTest, LocalFilesGetAnEmptyCacheCopyThatRemovalDeletes) {

@@ -1,5 +1,6 @@
 #include "drive/VHFusePathMapping.h"
 
+#include "drive/VHFuseUtils.h"
 #include "lib/VHNameRules.h"
 #include "lib/VHPathUtils.h"
 #include "store/VHDatabase.h"
@@ -38,6 +39,16 @@ std::optional<ManagedShare> driveShareWithPath(const std::string& path) {
 std::optional<VHFile> driveFileWithPath(const std::string& path) {
     if (!driveShareWithPath(path)) return std::nullopt;
     return VHDatabase::database().fileWithPath(path);
+}
+
+std::string driveParentIdOfChildren(const std::string& path) {
+    if (VHFuseUtils::isSharePath(path)) {
+        auto share = driveShareWithPath(path);
+        if (!share) return "";
+        return share->isSubfolderShare() ? share->internalName() : share->shareId();
+    }
+    auto folder = driveFileWithPath(path);
+    return folder ? folder->internalName : "";
 }
 
 }  // namespace vh

@@ -30,5 +30,8 @@ std::optional<ManagedShare> driveShareWithPath(const std::string& path);
 // The record of an item path (as VHDatabase::fileWithPath, deleted ones
 // included); nothing when its share is not named exactly.
 std::optional<VHFile> driveFileWithPath(const std::string& path);
+// The parent id of the children of a share or folder path; empty when the
+// share or folder is unknown.
+std::string driveParentIdOfChildren(const std::string& path);
 
 }  // namespace vh

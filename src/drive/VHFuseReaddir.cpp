@@ -24,18 +24,6 @@ constexpr size_t kMaxListedNameLength = 960;
 // entry whose inode is 0, and "." and ".." get none from the lookup.
 constexpr ino_t kUnknownInode = 0xffffffff;
 
-// The parent id whose children a share or folder path lists; empty when the
-// share or folder is unknown.
-std::string parentIdOf(const std::string& path) {
-    if (VHFuseUtils::isSharePath(path)) {
-        auto share = driveShareWithPath(path);
-        if (!share) return "";
-        return share->isSubfolderShare() ? share->internalName() : share->shareId();
-    }
-    auto folder = driveFileWithPath(path);
-    return folder ? folder->internalName : "";
-}
-
 using Entries = std::vector<std::pair<std::string, struct stat>>;
 
 bool isListable(const std::string& name) {
@@ -59,7 +47,7 @@ void listShares(Entries& entries) {
 }
 
 void listChildren(const std::string& path, Entries& entries) {
-    std::string parentId = parentIdOf(path);
+    std::string parentId = driveParentIdOfChildren(path);
     if (parentId.empty()) return;
     auto share = driveShareWithPath(path);
     bool readOnly = share && share->isReadonlyShare();

@@ -235,6 +235,7 @@ std::optional<VHDatabase::ItemChange> VHDatabase::takeOverByRename(VHFilesTable&
 // ---- Writing ------------------------------------------------------------------------
 
 std::optional<VHFile> VHDatabase::markFileUpdated(const VHFile& file) {
+    bool becameModified = false;
     std::optional<VHFile> updated = write([&](VHFilesTable& t) -> std::optional<VHFile> {
         std::optional<VHFile> row = t.fileWithId(file.internalName, false);
         if (!row) return std::nullopt;
@@ -248,8 +249,11 @@ std::optional<VHFile> VHDatabase::markFileUpdated(const VHFile& file) {
                             : "UPDATE files SET fileSize = ?, modifyTime = ?, deleted = ? WHERE "
                               "internalName = ? AND status = ?",
                  values);
+        becameModified = toModified;
         return t.fileWithId(file.internalName, false);
     });
+    // Only the change of state is told: this runs for every write.
+    if (updated && becameModified) VHStoreHooks::app().fileNowModified(*updated);
     return updated;
 }
 

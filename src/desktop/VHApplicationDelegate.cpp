@@ -30,6 +30,7 @@
 #include "service/VHConnector.h"
 #include "store/VHDatabase.h"
 #include "store/VHMigration.h"
+#include "transfer/VHDownloadQueue.h"
 #include "transfer/VHFileCache.h"
 #include "transfer/VHUploadQueue.h"
 
@@ -224,6 +225,14 @@ void VHApplicationDelegate::subscribeToNotifications() {
             });
         },
         Qt::QueuedConnection);
+    // Transfers change the badges of file managers.
+    VHUploadQueue& uploads = VHUploadQueue::uploadQueue();
+    VHDownloadQueue& downloads = VHDownloadQueue::downloadQueue();
+    auto badge = [this](const VHFile& file) { updateOverlayIconOfFile(file); };
+    connect(&uploads, &VHUploadQueue::fileUploadStarted, this, badge, Qt::QueuedConnection);
+    connect(&uploads, &VHUploadQueue::fileUploadFinished, this, badge, Qt::QueuedConnection);
+    connect(&downloads, &VHDownloadQueue::fileDownloadStarted, this, badge, Qt::QueuedConnection);
+    connect(&downloads, &VHDownloadQueue::fileDownloadFinished, this, badge, Qt::QueuedConnection);
     connect(&VHUploadQueue::uploadQueue(), &VHUploadQueue::lockAlert, this,
             [](const QString& message) {
                 VHDesktopServices::showAlert("Lock failed", message.toStdString());
@@ -533,12 +542,21 @@ void VHApplicationDelegate::globalLoginResponceLoaded(const GlobalLoginResponce&
 }
 
 void VHApplicationDelegate::refreshFinderFolders(const std::vector<std::string>& drivePaths) {
-    QMetaObject::invokeMethod(this, [drivePaths] { VHInvalidateDrivePaths(drivePaths); });
+    QMetaObject::invokeMethod(this, [drivePaths] {
+        VHInvalidateDrivePaths(drivePaths);
+        for (const std::string& path : drivePaths)
+            VHFinderConnector::defaultConnector().updateOverlayIconsBelow(path);
+    });
 }
 
 void VHApplicationDelegate::driveItemsChanged(const std::vector<std::string>& drivePaths) {
     // On the store's effects thread: the main thread may not wait on the kernel.
     VHInvalidateDrivePaths(drivePaths);
+    QMetaObject::invokeMethod(this, [drivePaths] {
+        for (const std::string& path : drivePaths)
+            VHFinderConnector::defaultConnector().updateOverlayIcon(
+                VHFuseUtils::relativePathToFull(path));
+    });
 }
 
 void VHApplicationDelegate::refreshFinderRootFolder() {
@@ -548,8 +566,22 @@ void VHApplicationDelegate::refreshFinderRootFolder() {
 void VHApplicationDelegate::refreshFileInFinder(const VHFile& file) {
     QMetaObject::invokeMethod(this, [file] {
         std::string path = VHDatabase::database().fullFilePath(file);
-        if (!path.empty()) VHInvalidateDrivePaths({path});
+        if (path.empty()) return;
+        VHInvalidateDrivePaths({path});
+        VHFinderConnector::defaultConnector().updateOverlayIcon(
+            VHFuseUtils::relativePathToFull(path));
     });
+}
+
+void VHApplicationDelegate::fileNowModified(const VHFile& file) {
+    QMetaObject::invokeMethod(this, [this, file] { updateOverlayIconOfFile(file); });
+}
+
+void VHApplicationDelegate::updateOverlayIconOfFile(const VHFile& file) {
+    std::string path = VHDatabase::database().fullFilePath(file);
+    if (!path.empty())
+        VHFinderConnector::defaultConnector().updateOverlayIcon(
+            VHFuseUtils::relativePathToFull(path));
 }
 
 }  // namespace vh

@@ -111,6 +111,9 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void emailFileLink(const VHFile& file, LinkDone done = {}, LinkDone failed = {});
     // The e-mail address that carries `link` in its body.
     static std::string mailtoAddress(const std::string& link);
+    // Opens the drive's folder, or a share's, in the file manager (xdg-open).
+    void openRootFolder();
+    void openShareFolder(const ManagedShare& share);
 
     // VHAppHooks
     std::string username() override;
@@ -120,11 +123,14 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void driveItemsChanged(const std::vector<std::string>& drivePaths) override;
     void refreshFinderRootFolder() override;
     void refreshFileInFinder(const VHFile& file) override;
+    void fileNowModified(const VHFile& file) override;
 
   private:
     VHApplicationDelegate();
 
     void finishApplicationInitialization(bool headless);
+    // Pushes the file's state to the file managers that show it (main thread).
+    void updateOverlayIconOfFile(const VHFile& file);
     void subscribeToNotifications();
     void readCleanShutdown();
     // Headless: prints why and how to sign in, then ends the process.

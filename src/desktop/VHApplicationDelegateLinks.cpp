@@ -1,6 +1,8 @@
-// Public links of files, handed to the clipboard or to an e-mail.
+// Public links of files, handed to the clipboard or to an e-mail, and the
+// drive's folders opened in the file manager.
 #include "desktop/VHApplicationDelegate.h"
 #include "desktop/VHDesktopServices.h"
+#include "drive/VHFuseUtils.h"
 #include "lib/VHFormat.h"
 #include "lib/VHLog.h"
 #include "lib/VHStrings.h"
@@ -43,6 +45,14 @@ void VHApplicationDelegate::emailFileLink(const VHFile& file, LinkDone done, Lin
             if (done) done(address);
         },
         std::move(failed));
+}
+
+void VHApplicationDelegate::openRootFolder() {
+    VHDesktopServices::openURL(VHFuseUtils::mountPath());
+}
+
+void VHApplicationDelegate::openShareFolder(const ManagedShare& share) {
+    VHDesktopServices::openURL(VHFuseUtils::relativePathToFull("/" + share.displayName()));
 }
 
 }  // namespace vh

@@ -7,16 +7,13 @@
 #include <QLocalSocket>
 #include <QPointer>
 
-#include "desktop/VHApplicationDelegate.h"
 #include "desktop/VHControlCommands.h"
-#include "desktop/VHDesktopServices.h"
-#include "desktop/VHLockToggle.h"
+#include "drive/VHFuseStatusAttributes.h"
 #include "drive/VHFuseUtils.h"
+#include "lib/VHFormat.h"
 #include "lib/VHLog.h"
 #include "lib/VHPaths.h"
 #include "lib/VHSettings.h"
-#include "lib/VHStrings.h"
-#include "service/VHConnector.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -39,15 +36,11 @@ bool isUtf8(std::string_view text) {
            QByteArray(text.data(), static_cast<qsizetype>(text.size()));
 }
 
-std::string drivePathOf(const std::string& absolutePath) {
-    return VHFuseUtils::fullPathToRelative(absolutePath);
-}
+}  // namespace
 
-std::string interfaceLanguage() {
+std::string VHFinderConnector::interfaceLanguage() {
     return VHSettings::string("Varnholt_language", "en");
 }
-
-}  // namespace
 
 VHFinderConnector& VHFinderConnector::defaultConnector() {
     static VHFinderConnector connector;
@@ -68,6 +61,14 @@ const std::map<std::string_view, VHFinderConnector::Handler>& VHFinderConnector:
         {"newshare", &VHFinderConnector::newShare},
         {"shareashare", &VHFinderConnector::shareAShare},
         {"togglelock", &VHFinderConnector::toggleLock},
+        {"togglesync", &VHFinderConnector::toggleSync},
+        {"downloadfolder", &VHFinderConnector::downloadFolder},
+        {"downloadfile", &VHFinderConnector::downloadFile},
+        {"openroot", &VHFinderConnector::openRoot},
+        {"openshare", &VHFinderConnector::openShare},
+        {"observe", &VHFinderConnector::observe},
+        {"unobserve", &VHFinderConnector::unobserve},
+        {"badge", &VHFinderConnector::badge},
         {"refresh", &VHFinderConnector::refresh},
     };
     return table;
@@ -185,87 +186,56 @@ void VHFinderConnector::notifyOnLanguageChange() {
     for (auto& [id, connection] : connections_) connection->send("lang", interfaceLanguage());
 }
 
-// ---- Commands ---------------------------------------------------------------
+// ---- Overlay states -----------------------------------------------------------
 
-void VHFinderConnector::hello(const VHFinderMessage& message, QLocalSocket* from) {
-    VHLog(kLogMain, "Received Finder plugin connection with id %@", message.instanceId);
-    deleteConnectionWithId(message.instanceId);
-    auto connection = std::make_unique<VHFinderConnection>(message.instanceId, from);
-    connect(
-        connection.get(), &VHFinderConnection::sendTimedOut, this, [from] { from->abort(); },
-        Qt::QueuedConnection);
-    VHFinderConnection* added = connection.get();
-    connections_[message.instanceId] = std::move(connection);
-    added->send("hej", VHFuseUtils::mountPath());
-    added->send("lang", interfaceLanguage());
-    if (VHConnector::defaultConnector().configuration().disableSignalR)
-        added->send("option", "showrefresh");
+int VHFinderConnector::getFileStatusValue(const std::string& absolutePath) {
+    const std::string& mount = VHFuseUtils::mountPath();
+    if (absolutePath.size() < mount.size()) return 2;
+    std::string drivePath = VHFuseUtils::fullPathToRelative(absolutePath);
+    if (drivePath.size() < 2) return 0;
+    std::optional<VHFile> file = VHDatabase::database().fileWithPath(drivePath);
+    return VHStatusAttributeValue(VHStatusAttribute::OverlayIcon, drivePath, file).value_or(0);
 }
 
-void VHFinderConnector::createLink(const VHFinderMessage& message, QLocalSocket*) {
-    std::optional<VHFile> file =
-        VHDatabase::database().fileWithPath(drivePathOf(message.parameter));
-    if (!file) {
-        VHLog(kLogMain, "parseRemoteCommand: Warning! Cannot obtain file for path %@",
-              message.parameter);
-        return;
-    }
-    VHApplicationDelegate::delegate().putFileLinkToClipboard(*file);
+std::string VHFinderConnector::overlayIconCommand(const std::string& absolutePath) {
+    return VHFormat("overlay(%d)", getFileStatusValue(absolutePath));
 }
 
-void VHFinderConnector::emailLink(const VHFinderMessage& message, QLocalSocket*) {
-    std::optional<VHFile> file =
-        VHDatabase::database().fileWithPath(drivePathOf(message.parameter));
-    if (!file) {
-        VHLog(kLogMain, "parseRemoteCommand: Warning! Cannot obtain file for path %@",
-              message.parameter);
-        return;
+void VHFinderConnector::updateOverlayIcon(const std::string& absolutePath) {
+    std::vector<std::string> instances;
+    for (const auto& [id, connection] : connections_) {
+        if (connection->badges().contains(absolutePath)) instances.push_back(id);
     }
-    VHApplicationDelegate::delegate().emailFileLink(*file);
+    if (!instances.empty()) pushOverlay(absolutePath, std::move(instances));
 }
 
-void VHFinderConnector::newShare(const VHFinderMessage&, QLocalSocket*) {
-    VHConnector::defaultConnector().openShareInWebClient(std::nullopt);
+void VHFinderConnector::updateOverlayIcon(const std::string& absolutePath,
+                                          VHFinderConnection* connection) {
+    pushOverlay(absolutePath, {connection->instanceId()});
 }
 
-void VHFinderConnector::shareAShare(const VHFinderMessage& message, QLocalSocket*) {
-    auto share = VHDatabase::database().shareWithPath(drivePathOf(message.parameter));
-    if (!share) {
-        VHLog(kLogMain, "parseRemoteCommand: Warning! Cannot obtain share for path %@",
-              message.parameter);
-        return;
+void VHFinderConnector::updateOverlayIconsBelow(const std::string& drivePath) {
+    std::string folder = VHFuseUtils::relativePathToFull(drivePath);
+    std::set<std::string> paths;
+    for (const auto& [id, connection] : connections_) {
+        for (const std::string& badge : connection->badges()) {
+            if (VHFuseUtils::isPathInFolder(badge, folder)) paths.insert(badge);
+        }
     }
-    VHConnector::defaultConnector().openShareInWebClient(share);
+    for (const std::string& path : paths) updateOverlayIcon(path);
 }
 
-void VHFinderConnector::toggleLock(const VHFinderMessage& message, QLocalSocket*) {
-    switch (VHLockToggle::toggleLock(drivePathOf(message.parameter))) {
-        case VHLockToggle::Result::NoFile:
-            VHLog(kLogMain, "parseRemoteCommand: Warning! Cannot obtain file for path %@",
-                  message.parameter);
-            break;
-        case VHLockToggle::Result::Pending:
-            VHDesktopServices::showAlert(
-                "Lock failed",
-                "Please wait until the file is uploaded on server and then try again.");
-            break;
-        default:
-            break;
-    }
-}
-
-void VHFinderConnector::refresh(const VHFinderMessage& message, QLocalSocket*) {
-    VHConnector& connector = VHConnector::defaultConnector();
-    if (message.parameter.size() <= 1) {
-        connector.loginToGlobal();
-        return;
-    }
-    if (auto share = VHDatabase::database().shareWithPath(drivePathOf(message.parameter))) {
-        connector.catchUp(*share);
-    } else {
-        VHLog(kLogMain, "parseRemoteCommand: Warning! Cannot obtain share for path %@",
-              message.parameter);
-    }
+void VHFinderConnector::pushOverlay(const std::string& absolutePath,
+                                    std::vector<std::string> instanceIds) {
+    overlayPool_.start([this, absolutePath, instanceIds = std::move(instanceIds)] {
+        std::string command = overlayIconCommand(absolutePath);
+        QMetaObject::invokeMethod(this, [this, command, absolutePath, instanceIds] {
+            for (const std::string& id : instanceIds) {
+                if (VHFinderConnection* connection = connectionWithId(id))
+                    connection->send(command, absolutePath);
+            }
+        });
+    });
 }
 
 void VHFinderConnector::control(const VHFinderMessage& message, QLocalSocket* from) {

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <QObject>
+#include <QThreadPool>
 #include <map>
 #include <memory>
 #include <string>
@@ -47,6 +48,21 @@ class VHFinderConnector : public QObject {
     void deleteConnectionWithId(const std::string& instanceId);
     // Sends "lang" with the interface language to every plug-in.
     void notifyOnLanguageChange();
+    // The language code plug-ins are told ("lang").
+    static std::string interfaceLanguage();
+
+    // ---- Overlay states (pushed as "overlay(N):<absolute path>") ------------
+    // The state of the item at an absolute path: 0 to 5 as the drive's
+    // overlay attribute gives it; 2 above the drive, 0 for its root. Any thread.
+    static int getFileStatusValue(const std::string& absolutePath);
+    // "overlay(N)" for the path. Any thread.
+    static std::string overlayIconCommand(const std::string& absolutePath);
+    // Pushes the path's state to every plug-in with a badge for it, or to
+    // one; computed on a pool thread, sent from the main thread.
+    void updateOverlayIcon(const std::string& absolutePath);
+    void updateOverlayIcon(const std::string& absolutePath, VHFinderConnection* connection);
+    // Pushes every badge at or below a drive path ("/Share/folder").
+    void updateOverlayIconsBelow(const std::string& drivePath);
 
   private:
     using Handler = void (VHFinderConnector::*)(const VHFinderMessage&, QLocalSocket*);
@@ -66,12 +82,24 @@ class VHFinderConnector : public QObject {
     void newShare(const VHFinderMessage& message, QLocalSocket* from);
     void shareAShare(const VHFinderMessage& message, QLocalSocket* from);
     void toggleLock(const VHFinderMessage& message, QLocalSocket* from);
+    void toggleSync(const VHFinderMessage& message, QLocalSocket* from);
+    void downloadFolder(const VHFinderMessage& message, QLocalSocket* from);
+    void downloadFile(const VHFinderMessage& message, QLocalSocket* from);
+    void openRoot(const VHFinderMessage& message, QLocalSocket* from);
+    void openShare(const VHFinderMessage& message, QLocalSocket* from);
+    void observe(const VHFinderMessage& message, QLocalSocket* from);
+    void unobserve(const VHFinderMessage& message, QLocalSocket* from);
+    void badge(const VHFinderMessage& message, QLocalSocket* from);
     void refresh(const VHFinderMessage& message, QLocalSocket* from);
     void control(const VHFinderMessage& message, QLocalSocket* from);
+
+    // Computes the state of `absolutePath` and sends it to the instances.
+    void pushOverlay(const std::string& absolutePath, std::vector<std::string> instanceIds);
 
     std::unique_ptr<QLocalServer> server_;
     std::map<std::string, std::unique_ptr<VHFinderConnection>> connections_;
     std::map<QLocalSocket*, std::string> partialLines_;
+    QThreadPool overlayPool_;  // state computations ask the store and the queues
 };
 
 }  // namespace vh

@@ -4,11 +4,14 @@
 #include <string_view>
 
 #include "desktop/VHApplicationDelegate.h"
+#include "desktop/VHControlStatus.h"
 #include "desktop/VHLockToggle.h"
+#include "drive/VHFusePathMapping.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHStrings.h"
 #include "service/VHConnector.h"
 #include "store/VHDatabase.h"
+#include "transfer/VHDownloadQueue.h"
 
 namespace vh {
 
@@ -108,6 +111,79 @@ void newShare(const std::string&, const VHControlCommands::Reply& reply) {
         });
 }
 
+void status(const std::string& drivePath, const VHControlCommands::Reply& reply) {
+    auto item = [reply](const std::string& text) { reply("item", text); };
+    if (drivePath.empty()) {
+        VHControlStatus::clientState(item);
+        reply("ok", "");
+    } else if (VHControlStatus::itemStates(drivePath, item)) {
+        reply("ok", "");
+    } else {
+        reply("error", "nothing at " + drivePath + " on the drive");
+    }
+}
+
+// Keeps a folder or share on this computer (`offline`) or not.
+void keepOffline(const std::string& drivePath, bool offline,
+                 const VHControlCommands::Reply& reply) {
+    VHDatabase& db = VHDatabase::database();
+    VHDownloadQueue& downloads = VHDownloadQueue::downloadQueue();
+    if (VHFuseUtils::isSharePath(drivePath)) {
+        auto share = driveShareWithPath(drivePath);
+        if (!share) return reply("error", "no share at " + drivePath);
+        if (db.shareSynchronized(share->shareId()) != offline) {
+            downloads.changeSycStatus(share->shareId(), offline);
+            downloads.refreshShareSyncStatus(*share);
+        }
+    } else {
+        auto folder = driveFileWithPath(drivePath);
+        if (!folder || folder->deleted || folder->isFile)
+            return reply("error", "no folder or share at " + drivePath + " on the drive");
+        if (db.itemSynchronized(folder->internalName, false) != offline) {
+            downloads.changeSycStatus(folder->internalName, offline);
+            downloads.refreshSyncStatus(*folder);
+        }
+    }
+    reply("ok", offline ? "kept on this computer" : "online only");
+}
+
+void keepOfflineOn(const std::string& drivePath, const VHControlCommands::Reply& reply) {
+    keepOffline(drivePath, true, reply);
+}
+
+void keepOfflineOff(const std::string& drivePath, const VHControlCommands::Reply& reply) {
+    keepOffline(drivePath, false, reply);
+}
+
+void download(const std::string& drivePath, const VHControlCommands::Reply& reply) {
+    VHDownloadQueue& downloads = VHDownloadQueue::downloadQueue();
+    if (VHFuseUtils::isSharePath(drivePath)) {
+        auto share = driveShareWithPath(drivePath);
+        if (!share) return reply("error", "no share at " + drivePath);
+        downloads.downloadShare(*share);
+    } else {
+        auto item = driveFileWithPath(drivePath);
+        if (!item || item->deleted)
+            return reply("error", "nothing at " + drivePath + " on the drive");
+        item->isFile ? downloads.downloadFileViaMenu(*item) : downloads.downloadFolder(*item);
+    }
+    reply("ok", "queued for download");
+}
+
+void refresh(const std::string& drivePath, const VHControlCommands::Reply& reply) {
+    VHConnector& connector = VHConnector::defaultConnector();
+    if (drivePath.empty() || drivePath == "/") {
+        connector.loginToGlobal();
+        return reply("ok", "signing in again and reading every share");
+    }
+    auto share = driveShareWithPath(drivePath);
+    if (!share || !VHFuseUtils::isSharePath(drivePath))
+        return reply("error",
+                     drivePath + " is not a share: give the folder of a share, or no path");
+    connector.catchUp(*share);
+    reply("ok", "reading the share's changes");
+}
+
 struct Entry {
     Command run;
     bool needsPath;
@@ -115,9 +191,17 @@ struct Entry {
 
 const std::map<std::string_view, Entry>& table() {
     static const std::map<std::string_view, Entry> commands = {
-        {"link", {link, true}}, {"emaillink", {emailLink, true}},
-        {"lock", {lock, true}}, {"unlock", {unlock, true}},
-        {"web", {web, false}},  {"newshare", {newShare, false}},
+        {"link", {link, true}},
+        {"emaillink", {emailLink, true}},
+        {"lock", {lock, true}},
+        {"unlock", {unlock, true}},
+        {"web", {web, false}},
+        {"newshare", {newShare, false}},
+        {"status", {status, false}},
+        {"keepoffline", {keepOfflineOn, true}},
+        {"onlineonly", {keepOfflineOff, true}},
+        {"download", {download, true}},
+        {"refresh", {refresh, false}},
     };
     return commands;
 }

@@ -573,7 +573,7 @@ void VHApplicationDelegate::refreshFileInFinder(const VHFile& file) {
     });
 }
 
-void VHApplicationDelegate::fileNowModified(const VHFile& file) {
+void VHApplicationDelegate::fileSyncStateChanged(const VHFile& file) {
     QMetaObject::invokeMethod(this, [this, file] { updateOverlayIconOfFile(file); });
 }
 

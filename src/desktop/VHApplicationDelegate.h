@@ -123,7 +123,7 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void driveItemsChanged(const std::vector<std::string>& drivePaths) override;
     void refreshFinderRootFolder() override;
     void refreshFileInFinder(const VHFile& file) override;
-    void fileNowModified(const VHFile& file) override;
+    void fileSyncStateChanged(const VHFile& file) override;
 
   private:
     VHApplicationDelegate();

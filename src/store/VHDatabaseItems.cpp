@@ -253,7 +253,7 @@ std::optional<VHFile> VHDatabase::markFileUpdated(const VHFile& file) {
         return t.fileWithId(file.internalName, false);
     });
     // Only the change of state is told: this runs for every write.
-    if (updated && becameModified) VHStoreHooks::app().fileNowModified(*updated);
+    if (updated && becameModified) VHStoreHooks::app().fileSyncStateChanged(*updated);
     return updated;
 }
 

@@ -111,6 +111,7 @@ void VHDatabase::applyServerUpdate(VHFilesTable& t, VHFile server, bool unconfir
         effects.outdated.emplace_back(local, server.tick);
     }
     replaceRow(t, server);
+    if (local.status != kStatusSynchronized && server.isFile) effects.settled.push_back(server);
     if (!sameName || local.parentId != server.parentId || newContents || lockChanged) {
         effects.leftNames.emplace(local.parentId, local.publicName, local.internalName);
     }
@@ -181,6 +182,7 @@ void VHDatabase::announceServerEffects(const ServerEffects& effects) {
     }
     if (!folders.empty()) VHStoreHooks::app().refreshFinderFolders(drivePathsOfFolders(folders));
     VHStoreHooks::app().driveItemsChanged(touchedDrivePaths(effects));
+    for (const VHFile& file : effects.settled) VHStoreHooks::app().fileSyncStateChanged(file);
 }
 
 std::vector<std::string> VHDatabase::touchedDrivePaths(const ServerEffects& effects) {

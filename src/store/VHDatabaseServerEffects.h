@@ -19,6 +19,7 @@ struct VHDatabase::ServerEffects {
     std::set<std::string> folders;  // to refresh in the file manager
     std::set<std::string> deletedFolders;
     std::vector<VHFile> confirmed;                      // uploads the journal confirmed
+    std::vector<VHFile> settled;  // files that had a change of their own and now have none
     std::vector<std::pair<VHFile, uint64_t>> outdated;  // local row, server tick
     std::vector<VHFile> deleted;
     std::set<std::tuple<std::string, std::string, std::string>> leftNames;  // parent, name, id

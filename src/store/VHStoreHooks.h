@@ -103,9 +103,10 @@ class VHAppHooks {
     virtual void refreshFinderRootFolder() = 0;
     // A file's overlay state changed (for example its download completed).
     virtual void refreshFileInFinder(const VHFile& file) = 0;
-    // A file changed here now waits for its upload; nothing else about it
-    // changed for the kernel (it may be open and being written).
-    virtual void fileNowModified(const VHFile&) {}
+    // A file changed here now waits for its upload, or the service has
+    // confirmed every change of it; nothing else about it changed for the
+    // kernel (it may be open and being written).
+    virtual void fileSyncStateChanged(const VHFile&) {}
 };
 
 struct VHStoreHooks {

@@ -5,11 +5,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -17,6 +15,7 @@
 
 #include "lib/VHPaths.h"
 #include "lib/VHStrings.h"
+#include "support/VHControlTool.h"
 #include "support/VHDriveProbe.h"
 #include "support/VHShareTree.h"
 #include "support/VHTestClient.h"
@@ -29,81 +28,26 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-struct CtlResult {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs varnholtctl with `arguments` and the test's environment plus `env`.
-CtlResult runCtl(const std::vector<std::string>& arguments,
-                 const std::map<std::string, std::string>& env = {}) {
-    std::string errFile = fs::temp_directory_path() / ("ctl-err-" + std::to_string(getpid()));
-    std::string command;
-    for (const auto& [name, value] : env) command += name + "=" + VHShellQuoted(value) + " ";
-    command += VH_TEST_CTL_BINARY;
-    for (const std::string& argument : arguments) command += " " + VHShellQuoted(argument);
-    command += " 2>" + errFile;
-    CtlResult result;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return result;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
-    int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.err = VHReadWhole(errFile);
-    fs::remove(errFile);
-    if (!result.out.empty() && result.out.back() == '\n') result.out.pop_back();
-    return result;
-}
-
 class VHClientLinksTest : public testing::Test {
   protected:
     void SetUp() override {
         ASSERT_TRUE(emulator_.start());
-        browserLog_ = VHPaths::home() + "/opened-urls";
-        std::string browser = VHPaths::home() + "/browser.sh";
-        std::ofstream(browser) << "#!/bin/sh\nprintf '%s\\n' \"$1\" >> " << browserLog_ << "\n";
-        fs::permissions(browser, fs::perms::owner_all);
         VHTestClient::Options options;
-        // A real xdg-open, as on a desktop without a known environment: it
-        // hands every address to $BROWSER.
-        options.environment = {{"BROWSER", browser},
-                               {"DISPLAY", ""},
-                               {"WAYLAND_DISPLAY", ""},
-                               {"XDG_CURRENT_DESKTOP", ""}};
+        options.environment = browser_.environment();
         ASSERT_TRUE(client_.start(options));
         ASSERT_TRUE(client_.waitForMount()) << VHTail(client_.logs());
-        ASSERT_TRUE(
-            client_.waitFor([&] { return fs::exists(drive("/My Files/welcome.txt")); }, 60s));
+        ASSERT_TRUE(client_.waitFor(
+            [&] {
+                return fs::exists(drive("/My Files/welcome.txt")) &&
+                       fs::exists(drive("/Team Documents/Projects/Beta/plan.txt"));
+            },
+            60s));
     }
 
     std::string drive(const std::string& path) const { return client_.mountPath() + path; }
 
-    std::vector<std::string> openedURLs() const {
-        std::vector<std::string> urls;
-        std::ifstream in(browserLog_);
-        for (std::string line; std::getline(in, line);) urls.push_back(line);
-        return urls;
-    }
-    // The next address the browser is given (waits for it).
-    std::string nextOpenedURL() {
-        std::string url;
-        client_.waitFor(
-            [&] {
-                auto urls = openedURLs();
-                if (urls.size() <= seenURLs_) return false;
-                url = urls[seenURLs_++];
-                return true;
-            },
-            20s);
-        return url;
-    }
-    // GET of a service address through the emulator.
     VHEmulatorReply fetch(const std::string& url) const {
-        std::string rest = url.substr(url.find("://") + 3);
-        size_t slash = rest.find('/');
-        return emulator_.request("GET", rest.substr(0, slash), rest.substr(slash));
+        return VHFetchServiceURL(emulator_, url);
     }
     json treeItem(const std::string& share, const std::string& path) const {
         return VHTreeItem(emulator_, share, path);
@@ -111,14 +55,13 @@ class VHClientLinksTest : public testing::Test {
 
     VHEmulatorProcess emulator_;
     VHTestClient client_{emulator_};
-    std::string browserLog_;
-    size_t seenURLs_ = 0;
+    VHRecordingBrowser browser_;
 };
 
 }  // namespace
 
 TEST_F(VHClientLinksTest, PublicLinksServeTheFileAndTravelByEmail) {
-    CtlResult link = runCtl({"link", drive("/My Files/welcome.txt")});
+    VHControlResult link = VHRunControlTool({"link", drive("/My Files/welcome.txt")});
     ASSERT_EQ(link.status, 0) << link.err << VHTail(client_.logs());
     ASSERT_TRUE(VHStartsWith(link.out, "https://")) << link.out;
     std::optional<std::string> bytes = emulator_.fileBytes("my-files", "/welcome.txt");
@@ -129,9 +72,9 @@ TEST_F(VHClientLinksTest, PublicLinksServeTheFileAndTravelByEmail) {
     EXPECT_NE(client_.logs().find("Creating the file public link for file welcome.txt..."),
               std::string::npos);
 
-    CtlResult mail = runCtl({"email-link", drive("/Team Documents/readme.txt")});
+    VHControlResult mail = VHRunControlTool({"email-link", drive("/Team Documents/readme.txt")});
     ASSERT_EQ(mail.status, 0) << mail.err;
-    std::string opened = nextOpenedURL();
+    std::string opened = browser_.nextURL();
     EXPECT_EQ(opened, mail.out);
     const std::string prefix = "mailto:?subject=File%20link&body=";
     ASSERT_TRUE(VHStartsWith(opened, prefix)) << opened;
@@ -139,14 +82,14 @@ TEST_F(VHClientLinksTest, PublicLinksServeTheFileAndTravelByEmail) {
     EXPECT_EQ(fetch(mailed).body, emulator_.fileBytes("team-documents", "/readme.txt"));
 
     // What cannot be linked is said, with status 1; usage errors give 64.
-    CtlResult folder = runCtl({"link", drive("/My Files/Photos")});
+    VHControlResult folder = VHRunControlTool({"link", drive("/My Files/Photos")});
     EXPECT_EQ(folder.status, 1);
     EXPECT_NE(folder.err.find("no file at /My Files/Photos"), std::string::npos) << folder.err;
-    EXPECT_EQ(runCtl({"link", "/etc/passwd"}).status, 1);
-    EXPECT_EQ(runCtl({"link"}).status, 64);
-    EXPECT_EQ(runCtl({"frobnicate", drive("/My Files")}).status, 64);
-    CtlResult alone = runCtl({"link", drive("/My Files/welcome.txt")},
-                             {{"XDG_RUNTIME_DIR", VHPaths::home() + "/elsewhere"}});
+    EXPECT_EQ(VHRunControlTool({"link", "/etc/passwd"}).status, 1);
+    EXPECT_EQ(VHRunControlTool({"link"}).status, 64);
+    EXPECT_EQ(VHRunControlTool({"frobnicate", drive("/My Files")}).status, 64);
+    VHControlResult alone = VHRunControlTool({"link", drive("/My Files/welcome.txt")},
+                                             {{"XDG_RUNTIME_DIR", VHPaths::home() + "/elsewhere"}});
     EXPECT_EQ(alone.status, 69);
     EXPECT_NE(alone.err.find("not running"), std::string::npos) << alone.err;
 }
@@ -158,9 +101,9 @@ TEST_F(VHClientLinksTest, TheWebClientOpensSignedInAtTheAskedPage) {
     };
     for (const Case& c : {Case{{"web"}, "*LOGIN"}, Case{{"new-share"}, "*NEWSHARE"},
                           Case{{"web", drive("/Team Documents")}, "team-documents"}}) {
-        CtlResult opened = runCtl(c.arguments);
+        VHControlResult opened = VHRunControlTool(c.arguments);
         ASSERT_EQ(opened.status, 0) << opened.err << VHTail(client_.logs());
-        std::string url = nextOpenedURL();
+        std::string url = browser_.nextURL();
         ASSERT_TRUE(VHStartsWith(url, "https://webclient.d1.varnholt.test/default.aspx?sas="))
             << url;
         VHEmulatorReply page = fetch(url);
@@ -172,14 +115,14 @@ TEST_F(VHClientLinksTest, TheWebClientOpensSignedInAtTheAskedPage) {
     }
     EXPECT_NE(client_.logs().find("Opening Web client for function 2 with param *NEWSHARE..."),
               std::string::npos);
-    EXPECT_EQ(runCtl({"web", drive("/Team Documents/readme.txt")}).status, 1);
+    EXPECT_EQ(VHRunControlTool({"web", drive("/Team Documents/readme.txt")}).status, 1);
     // The password travels inside the request; the log keeps it out.
     EXPECT_EQ(client_.logs().find("\"B\":\"demo\""), std::string::npos);
 }
 
 TEST_F(VHClientLinksTest, LocksReachTheServiceAndOtherUsersLocksKeepTheFileReadOnly) {
     const std::string plan = drive("/Team Documents/Projects/Beta/plan.txt");
-    CtlResult locked = runCtl({"lock", plan});
+    VHControlResult locked = VHRunControlTool({"lock", plan});
     ASSERT_EQ(locked.status, 0) << locked.err;
     EXPECT_EQ(locked.out, "locked");
     ASSERT_TRUE(client_.waitFor(
@@ -190,12 +133,12 @@ TEST_F(VHClientLinksTest, LocksReachTheServiceAndOtherUsersLocksKeepTheFileReadO
         },
         20s))
         << VHTail(client_.logs());
-    EXPECT_EQ(runCtl({"lock", plan}).out, "already locked");
+    EXPECT_EQ(VHRunControlTool({"lock", plan}).out, "already locked");
     // Once the service has confirmed the lock, it can be undone.
     std::string id =
         treeItem("team-documents", "/Projects/Beta/plan.txt").value("internalName", "");
     ASSERT_TRUE(client_.waitFor([&] { return VHRecordStatus(id) == 0; }, 20s));
-    ASSERT_EQ(runCtl({"unlock", plan}).status, 0);
+    ASSERT_EQ(VHRunControlTool({"unlock", plan}).status, 0);
     ASSERT_TRUE(client_.waitFor(
         [&] {
             return !treeItem("team-documents", "/Projects/Beta/plan.txt").value("locked", true);
@@ -219,7 +162,7 @@ TEST_F(VHClientLinksTest, LocksReachTheServiceAndOtherUsersLocksKeepTheFileReadO
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(errno, EACCES);
     if (fd != -1) close(fd);
-    CtlResult refused = runCtl({"unlock", readme});
+    VHControlResult refused = VHRunControlTool({"unlock", readme});
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("locked by another user"), std::string::npos) << refused.err;
 
@@ -230,7 +173,7 @@ TEST_F(VHClientLinksTest, LocksReachTheServiceAndOtherUsersLocksKeepTheFileReadO
     ASSERT_TRUE(emulator_.act("team-documents",
                               json::array({{{"action", "lock"}, {"path", "/empty.txt"}}}),
                               "partner@varnholt.test", "partner-laptop"));
-    EXPECT_EQ(runCtl({"lock", drive("/Team Documents/empty.txt")}).status, 0);
+    EXPECT_EQ(VHRunControlTool({"lock", drive("/Team Documents/empty.txt")}).status, 0);
     EXPECT_TRUE(client_.waitFor(
         [&] {
             return client_.logs().find("This file is already locked by partner@varnholt.test.") !=

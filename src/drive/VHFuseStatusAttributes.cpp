@@ -75,7 +75,7 @@ std::optional<char> VHStatusAttributeValue(VHStatusAttribute attribute, const st
         case VHStatusAttribute::WriteAccess:
             return writeAccess(path);
         case VHStatusAttribute::FileStatus:
-            return VHFuseUtils::isPathIgnored(path, file && !file->isFile) ? 0 : 1;
+            return VHFuseUtils::isPathIgnored(path, file && !file->isFile) ? char{0} : char{1};
         case VHStatusAttribute::LockStatus:
             if (!isFile) return std::nullopt;
             return lockState(*file, path);

@@ -56,7 +56,7 @@ bool sidecarExists(const Item& item) {
     return !item.sidecar.empty() && access(item.sidecar.c_str(), F_OK) == 0;
 }
 
-// The side file to store into. A file's is made when missing. A share's is
+// The side file to store into. An item's is made when missing. A share's is
 // made by the content cache with the share's folder: lstat gives 0 or -1,
 // never 2, so the test below never makes one here.
 std::string sidecarForWriting(const Item& item) {

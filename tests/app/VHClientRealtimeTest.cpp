@@ -1,12 +1,17 @@
 // Changes made elsewhere reach a running client over the realtime channel,
 // long before its periodic re-login: each appears on the mount as it would
-// after a fresh sign-in. A broadcast the client never got is caught up.
+// after a fresh sign-in. A broadcast the client never got is caught up, also
+// after the service was away.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "support/VHDriveProbe.h"
@@ -22,6 +27,29 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 
 constexpr auto kVisible = 20s;  // a re-login comes only every two hours
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// The CPU time a process has used (user and system), in seconds; -1 when
+// it cannot be read.
+double cpuSeconds(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The command name may hold blanks and parentheses: fields follow the last ')'.
+    auto close = text.rfind(')');
+    if (close == std::string::npos) return -1;
+    std::istringstream fields(text.substr(close + 1));
+    std::string field;
+    for (int number = 3; number < 14; ++number) fields >> field;  // state .. cmajflt
+    long long utime = -1, stime = -1;
+    fields >> utime >> stime;
+    if (!fields) return -1;
+    return static_cast<double>(utime + stime) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
 
 class VHClientRealtimeTest : public testing::Test {
   protected:
@@ -147,6 +175,50 @@ TEST_F(VHClientRealtimeTest, AFileOpenWhileChangedElsewhereShowsTheChangeOnceClo
     EXPECT_TRUE(
         client_.waitFor([&] { return VHReadWhole(drive("/held.txt")) == "new, longer"; }, 3s))
         << VHReadWhole(drive("/held.txt"));
+}
+
+TEST_F(VHClientRealtimeTest, TheServiceAwayForTwentySecondsIsCaughtUpWithoutSpinning) {
+    act({{"action", "writeFile"}, {"path", "/before.txt"}, {"text", "before"}});
+    ASSERT_TRUE(visible([&] { return VHReadWhole(drive("/before.txt")) == "before"; }));
+    ASSERT_TRUE(catchUpsQuiet());
+
+    double cpuBefore = cpuSeconds(client_.pid());
+    ASSERT_GE(cpuBefore, 0);
+    Clock::time_point away = Clock::now();
+    emulator_.stop();
+    // Changes the client can only learn of from its cursor or a catch-up:
+    // made while its port has no service.
+    std::this_thread::sleep_for(5s);
+    ASSERT_TRUE(emulator_.restartAside());
+    ASSERT_TRUE(emulator_.act(
+        "my-files",
+        json::array({{{"action", "writeFile"}, {"path", "/away.txt"}, {"text", "made away"}},
+                     {{"action", "delete"}, {"path", "/before.txt"}}})));
+    emulator_.stop();
+    std::this_thread::sleep_until(away + 20s);
+    double cpuAway = cpuSeconds(client_.pid()) - cpuBefore;
+    double outage = secondsSince(away);
+
+    ASSERT_TRUE(emulator_.restart());
+    Clock::time_point back = Clock::now();
+    act({{"action", "writeFile"}, {"path", "/back.txt"}, {"text", "made once back"}});
+    ASSERT_TRUE(client_.waitFor([&] { return connected(); }, 60s)) << VHTail(client_.logs());
+    double reconnect = secondsSince(back);
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/away.txt")) == "made away"; }))
+        << VHTail(client_.logs());
+    double caughtUp = secondsSince(back);
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/back.txt")) == "made once back"; }))
+        << VHTail(client_.logs());
+    EXPECT_TRUE(visible([&] { return !fs::exists(drive("/before.txt")); }));
+    std::printf(
+        "outage %.1f s: client CPU %.2f s; after the restart polling again in %.1f s, the change "
+        "made away shown in %.1f s\n",
+        outage, cpuAway, reconnect, caughtUp);
+    // An idle client uses a few tens of ms; one thread spinning, many seconds.
+    EXPECT_LT(cpuAway, 1.0);
+    EXPECT_NE(client_.logs().find("reconnected"), std::string::npos) << VHTail(client_.logs());
+    EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
+        << VHTail(client_.logs());
 }
 
 }  // namespace vh::test

@@ -1,7 +1,8 @@
 // Changes made elsewhere reach a running client over the realtime channel,
 // long before its periodic re-login: each appears on the mount as it would
 // after a fresh sign-in. A broadcast the client never got is caught up, also
-// after the service was away.
+// after the service was away. Shares granted, renamed or taken away change
+// the top of the drive as quickly.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +100,27 @@ class VHClientRealtimeTest : public testing::Test {
     }
     bool visible(const std::function<bool()>& condition) const {
         return client_.waitFor(condition, kVisible);
+    }
+    // A top-level folder of the drive, by stat and in the listing.
+    bool topLevelFolder(const std::string& name) const {
+        struct stat st {};
+        if (stat((client_.mountPath() + "/" + name).c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            return false;
+        }
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(client_.mountPath(), error)) {
+            if (entry.path().filename() == name) return true;
+        }
+        return false;
+    }
+    bool noTopLevelEntry(const std::string& name) const {
+        struct stat st {};
+        if (stat((client_.mountPath() + "/" + name).c_str(), &st) == 0) return false;
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(client_.mountPath(), error)) {
+            if (entry.path().filename() == name) return false;
+        }
+        return !error;
     }
 
     VHEmulatorProcess emulator_;
@@ -219,6 +241,57 @@ TEST_F(VHClientRealtimeTest, TheServiceAwayForTwentySecondsIsCaughtUpWithoutSpin
     EXPECT_NE(client_.logs().find("reconnected"), std::string::npos) << VHTail(client_.logs());
     EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
         << VHTail(client_.logs());
+}
+
+TEST_F(VHClientRealtimeTest, SharesGrantedOrAddedShowAtTheTopOfTheDriveWithinTwoSeconds) {
+    std::string added = "Added While Running";
+    ASSERT_FALSE(topLevelFolder(added));
+    Clock::time_point asked = Clock::now();
+    ASSERT_TRUE(emulator_.addShare(
+        {{"shareId", "added-while-running"},
+         {"name", added},
+         {"domain", "d1.varnholt.test"},
+         {"owner", "partner@varnholt.test"},
+         {"acl", json::array({{{"email", "demo@varnholt.test"}, {"aclType", 1}}})},
+         {"actions",
+          json::array({{{"action", "writeFile"}, {"path", "/inside.txt"}, {"text", "inside"}}})}}));
+    ASSERT_TRUE(client_.waitFor([&] { return topLevelFolder(added); }, 10s))
+        << VHTail(client_.logs());
+    double addedAfter = secondsSince(asked);
+    EXPECT_TRUE(visible([&] {
+        return VHReadWhole(client_.mountPath() + "/" + added + "/inside.txt") == "inside";
+    }));
+
+    std::string renamed = "Renamed While Running";
+    asked = Clock::now();
+    ASSERT_TRUE(emulator_.renameShare("added-while-running", renamed));
+    ASSERT_TRUE(
+        client_.waitFor([&] { return topLevelFolder(renamed) && noTopLevelEntry(added); }, 10s))
+        << VHTail(client_.logs());
+    double renamedAfter = secondsSince(asked);
+
+    // A right on a share the user could not see before.
+    std::string granted = "Partner Archive";
+    ASSERT_FALSE(topLevelFolder(granted));
+    asked = Clock::now();
+    ASSERT_TRUE(emulator_.setAcl("partner-archive", "demo@varnholt.test", 0));
+    ASSERT_TRUE(client_.waitFor([&] { return topLevelFolder(granted); }, 10s))
+        << VHTail(client_.logs());
+    double grantedAfter = secondsSince(asked);
+
+    // And taken away again.
+    asked = Clock::now();
+    ASSERT_TRUE(emulator_.removeAcl("partner-archive", "demo@varnholt.test"));
+    ASSERT_TRUE(client_.waitFor([&] { return noTopLevelEntry(granted); }, 10s))
+        << VHTail(client_.logs());
+    double removedAfter = secondsSince(asked);
+    std::printf(
+        "share added: %.2f s, renamed: %.2f s, right granted: %.2f s, right removed: %.2f s\n",
+        addedAfter, renamedAfter, grantedAfter, removedAfter);
+    EXPECT_LT(addedAfter, 2.0);
+    EXPECT_LT(renamedAfter, 2.0);
+    EXPECT_LT(grantedAfter, 2.0);
+    EXPECT_LT(removedAfter, 2.0);
 }
 
 }  // namespace vh::test

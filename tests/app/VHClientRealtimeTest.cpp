@@ -2,7 +2,9 @@
 // long before its periodic re-login: each appears on the mount as it would
 // after a fresh sign-in. A broadcast the client never got is caught up, also
 // after the service was away. Shares granted, renamed or taken away change
-// the top of the drive as quickly.
+// the top of the drive as quickly. The client's own upload coming back as a
+// broadcast costs no download.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -292,6 +294,72 @@ TEST_F(VHClientRealtimeTest, SharesGrantedOrAddedShowAtTheTopOfTheDriveWithinTwo
     EXPECT_LT(renamedAfter, 2.0);
     EXPECT_LT(grantedAfter, 2.0);
     EXPECT_LT(removedAfter, 2.0);
+}
+
+TEST_F(VHClientRealtimeTest, TheOwnUploadComesBackAsABroadcastWithoutASecondDownload) {
+    std::string bytes;
+    for (int i = 0; bytes.size() < 200'000; ++i) bytes += "line " + std::to_string(i) + "\n";
+    int64_t after = VHLastRequestSeq(emulator_);
+    {
+        std::ofstream file(drive("/own.txt"), std::ios::binary);
+        file << bytes;
+        ASSERT_TRUE(file.good());
+    }
+    std::string sha = VHSha256Hex(bytes);
+    json item;
+    ASSERT_TRUE(client_.waitFor(
+        [&] {
+            item = VHTreeItem(emulator_, "my-files", "/own.txt");
+            return !item.is_null() && item.value("sha256", "") == sha;
+        },
+        60s))
+        << VHTail(client_.logs());
+    std::string id = item.value("internalName", "");
+    ASSERT_FALSE(id.empty());
+    ASSERT_TRUE(client_.waitFor([&] { return VHRecordStatus(id) == 0; }, 30s))
+        << VHTail(client_.logs());
+
+    // The broadcast of the upload's tick reached the client's poll...
+    int64_t tick = item.value("tick", int64_t(0));
+    int64_t seq = 0;
+    for (const json& event : emulator_.events("d1.varnholt.test").value_or(json::array())) {
+        json message = json::parse(event.value("message", ""), nullptr, false);
+        if (event.value("messageType", 0) == 3 && message.is_object() &&
+            message.value("ShareId", "") == "my-files" && message.value("ShareTick", 0) == tick) {
+            seq = event.value("seq", int64_t(0));
+        }
+    }
+    ASSERT_GT(seq, 0);
+    ASSERT_TRUE(client_.waitFor(
+        [&] {
+            for (const json& c :
+                 emulator_.admin("GET", "hub/connections").value_or(json::array())) {
+                if (c.value("seq", int64_t(0)) >= seq) return true;
+            }
+            return false;
+        },
+        30s));
+    // ... and was taken in; the pages the write left are dropped, so the read
+    // below reaches the client.
+    ASSERT_TRUE(catchUpsQuiet());
+    {
+        int fd = open(drive("/own.txt").c_str(), O_RDONLY);
+        ASSERT_GE(fd, 0);
+        EXPECT_EQ(posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED), 0);
+        close(fd);
+    }
+    EXPECT_EQ(VHReadWhole(drive("/own.txt")), bytes);
+    EXPECT_EQ(VHRecordStatus(id), 0);
+
+    json requests = emulator_.requests(after);
+    int uploads = 0;
+    for (const json& r : requests) {
+        std::string method = r.value("method", ""), path = r.value("path", "");
+        uploads += method != "GET" && path.starts_with("/api/");
+        EXPECT_FALSE(method == "GET" && path.starts_with("/api/shares/my-files/files/"))
+            << "downloaded again: " << r.dump();
+    }
+    EXPECT_GT(uploads, 0) << requests.dump();
 }
 
 }  // namespace vh::test

@@ -29,6 +29,9 @@ void replyDone(VHEmulatorExchange& exchange, bool done, const std::string& what)
     exchange.replyFailure(VHFail(404, kCodeBadRequest, "No such " + what));
 }
 
+// The type of the domain events the emulator raises by itself.
+constexpr int kShareListChanged = 1;
+
 }  // namespace
 
 void VHAdminService::registerRoutes(VHEmulatorServer& server) {
@@ -66,6 +69,18 @@ VHJson VHAdminService::describeShare(const VHEmulatorShare& share) {
             {"rootFolder", share.rootFolder},
             {"tick", share.tick},
             {"acl", std::move(rights)}};
+}
+
+bool VHAdminService::announce(const VHEmulatorShare& share, const char* what) {
+    auto domain = store_.accounts.domainById(share.domainId);
+    if (!domain) return false;
+    VHJson event = {{"DomainEventType", kShareListChanged},
+                    {"Update", ""},
+                    {"Company", ""},
+                    {"Delete", ""},
+                    {"New", ""}};
+    event[what] = share.shareId;
+    return store_.events.record(domain->domainId, kMessageDomainEvent, domain->url, event);
 }
 
 void VHAdminService::state(VHEmulatorExchange& exchange) {
@@ -213,6 +228,9 @@ void VHAdminService::addShare(VHEmulatorExchange& exchange) {
         actions->discardContents(store_.blobs);
         return exchange.replyFailure(share.failure());
     }
+    if (!announce(*share, "New")) {
+        return exchange.replyFailure(VHFail(500, kCodeBadRequest, store_.db.lastError()));
+    }
     exchange.reply(201, describeShare(*store_.accounts.share(share->shareId)));
 }
 
@@ -222,10 +240,11 @@ void VHAdminService::renameShare(VHEmulatorExchange& exchange) {
     if (name.empty())
         return exchange.replyFailure(VHFail(400, kCodeBadRequest, "A name is needed"));
     auto guard = store_.db.lock();
-    const std::string& shareId = exchange.params[0];
-    replyDone(exchange,
-              store_.accounts.share(shareId) && store_.accounts.renameShare(shareId, name),
-              "share");
+    auto share = store_.accounts.share(exchange.params[0]);
+    replyDone(
+        exchange,
+        share && store_.accounts.renameShare(share->shareId, name) && announce(*share, "Update"),
+        "share");
 }
 
 void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
@@ -246,7 +265,7 @@ void VHAdminService::removeShare(VHEmulatorExchange& exchange) {
         }
         return true;
     });
-    replyDone(exchange, static_cast<bool>(removed), "share");
+    replyDone(exchange, removed && announce(*share, "Delete"), "share");
 }
 
 void VHAdminService::setAcl(VHEmulatorExchange& exchange) {
@@ -256,16 +275,21 @@ void VHAdminService::setAcl(VHEmulatorExchange& exchange) {
     }
     auto guard = store_.db.lock();
     auto type = description->find("aclType");
+    auto share = store_.accounts.share(exchange.params[0]);
     bool done =
-        store_.accounts.share(exchange.params[0]) && type != description->end() &&
-        type->is_number_integer() &&
-        store_.accounts.setAcl(exchange.params[0], text(*description, "email"), type->get<int>());
+        share && type != description->end() && type->is_number_integer() &&
+        store_.accounts.setAcl(share->shareId, text(*description, "email"), type->get<int>()) &&
+        announce(*share, "New");
     replyDone(exchange, done, "share, user or right");
 }
 
 void VHAdminService::removeAcl(VHEmulatorExchange& exchange) {
     auto guard = store_.db.lock();
-    replyDone(exchange, store_.accounts.removeAcl(exchange.params[0], exchange.params[1]), "right");
+    auto share = store_.accounts.share(exchange.params[0]);
+    replyDone(exchange,
+              share && store_.accounts.removeAcl(share->shareId, exchange.params[1]) &&
+                  announce(*share, "Delete"),
+              "right");
 }
 
 }  // namespace vh::emulator

@@ -33,6 +33,11 @@ class VHAdminService {
     void setAcl(VHEmulatorExchange& exchange);
     void removeAcl(VHEmulatorExchange& exchange);
     nlohmann::json describeShare(const VHEmulatorShare& share);
+    // Raises a domain event on the share's domain, so that running clients
+    // of its members fetch their share list again; `what` is the key
+    // ("New", "Update", "Delete") that names the share. Needs the database
+    // lock.
+    bool announce(const VHEmulatorShare& share, const char* what);
 
     VHEmulatorStore& store_;
     std::function<bool()> reissueCertificate_;

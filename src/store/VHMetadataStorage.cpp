@@ -5,6 +5,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <filesystem>
+#include <map>
 
 #include "lib/VHHandOff.h"
 #include "lib/VHLog.h"
@@ -242,12 +243,17 @@ void VHMetadataStorage::updateShares(const ClientLoginResponse& response,
     VHShutdownBlocker block(shutdown_);
     std::vector<std::string> created;
     std::vector<std::string> removed;
+    // The kernel keeps a gone or renamed share's folder under its old name
+    // until told: dropping the root's listing does not drop that entry.
+    std::vector<std::string> oldPaths;
     {
         VHMutexLock lock(mutex_);
         std::set<std::string> known;
+        std::map<std::string, std::string> namesBefore;
         for (const auto& [shareId, share] : byId_) {
             if (shareId != kTempShareId && share.DomainId.value_or("") == domainIdOf(domain)) {
                 known.insert(shareId);
+                namesBefore[shareId] = share.displayName();
             }
         }
         for (const ManagedShare& share :
@@ -258,12 +264,19 @@ void VHMetadataStorage::updateShares(const ClientLoginResponse& response,
                   byId_[shareId].displayName());
             removed.push_back(shareId);
         }
+        for (const auto& [shareId, name] : namesBefore) {
+            auto now = byId_.find(shareId);
+            if (known.count(shareId) || now == byId_.end() || now->second.displayName() != name) {
+                oldPaths.push_back("/" + name);
+            }
+        }
         addTempShare();
     }
     for (const std::string& shareId : removed) deleteShareData(shareId);
     for (const std::string& shareId : created) createFolderForShare(shareId);
     saveDelayed();
     VHStoreHooks::app().refreshFinderRootFolder();
+    if (!oldPaths.empty()) VHStoreHooks::app().refreshFinderFolders(oldPaths);
 }
 
 void VHMetadataStorage::applyManagedShare(ManagedShare share, const ClientLoginResponse& response,

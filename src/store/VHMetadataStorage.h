@@ -57,7 +57,8 @@ class VHMetadataStorage {
     // Brings the shares of `domain` in line with a gateway login answer: new
     // shares get unique display names and the journal tick -1, known ones
     // keep their tick and display name (or take the remote rename), shares no
-    // longer listed are deleted. Refreshes the file manager's drive root.
+    // longer listed are deleted. Refreshes the drive's root, and the old
+    // paths of the shares deleted or renamed.
     void updateShares(const ClientLoginResponse& response, const UserDomain& domain);
     // A new local display name, trimmed and made unique. False when the share
     // is unknown or the trimmed name is empty; true when nothing changed.

@@ -221,6 +221,23 @@ TEST_F(EmulatorAdmin, ChangesAsAnotherDeviceReachJournalAndEvents) {
     ASSERT_TRUE(emulator.removeShare("archive"));
     json shares = VHLogIn(emulator, "alice@varnholt.test", "alice-pw").managedShares;
     EXPECT_EQ(VHKeys(shares), (std::set<std::string>{"mine", "ro"}));
+
+    // Each change of the share list is a domain event naming the share.
+    ASSERT_TRUE(emulator.setAcl("team", "alice@varnholt.test", 0));
+    ASSERT_TRUE(emulator.renameShare("team", "Team, renamed"));
+    std::vector<std::string> announced;
+    json after = emulator.events("d1.varnholt.test", *seq).value_or(json::array());
+    for (const json& event : after) {
+        ASSERT_EQ(event["messageType"], 12);
+        json message = json::parse(event["message"].get<std::string>());
+        EXPECT_EQ(message["DomainEventType"], 1);
+        for (const char* key : {"New", "Update", "Delete"}) {
+            if (!message[key].get<std::string>().empty())
+                announced.push_back(std::string(key) + " " + message[key].get<std::string>());
+        }
+    }
+    EXPECT_EQ(announced, (std::vector<std::string>{"Delete team", "Delete archive", "New team",
+                                                   "Update team"}));
 }
 
 TEST(EmulatorDemo, DefaultSeedHoldsTheDocumentedAccount) {

@@ -1,13 +1,19 @@
 // The hub client against the real emulator's hub: polls held with keep-alive
 // spaces, invocations, events after changes made by another device, lost
-// polls, a server that goes away, a refused cookie, and stopping.
+// polls, a server that goes away, a refused cookie, stopping, and fifty
+// connections sharing one hub.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdio>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <numeric>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "emulator/support/VHEmulatorProcess.h"
@@ -26,6 +32,14 @@ constexpr const char* kDemo = "demo@varnholt.test";
 constexpr const char* kDomain = "d1.varnholt.test";
 constexpr const char* kGateway = "clientgateway.d1.varnholt.test";
 constexpr const char* kShare = "team-documents";
+
+// The share tick of a journal broadcast of kShare; nothing for anything else.
+std::optional<int64_t> broadcastTick(const VHJson& envelope) {
+    if (!envelope.is_object() || envelope.value("MessageType", -1) != 3) return std::nullopt;
+    auto event = VHJson::parse(envelope.value("Message", ""), nullptr, false);
+    if (!event.is_object() || event.value("ShareId", "") != kShare) return std::nullopt;
+    return event.value("ShareTick", int64_t(-1));
+}
 
 // Log lines; shared with the sink, which may still run on the network thread
 // after the test is gone.
@@ -100,10 +114,7 @@ class SignalRHubConnectionTest : public testing::Test {
     std::vector<int64_t> broadcastTicks() const {
         std::vector<int64_t> ticks;
         for (const auto& envelope : envelopes) {
-            if (!envelope.is_object() || envelope.value("MessageType", -1) != 3) continue;
-            auto event = VHJson::parse(envelope.value("Message", ""), nullptr, false);
-            if (event.is_object() && event.value("ShareId", "") == kShare)
-                ticks.push_back(event["ShareTick"]);
+            if (auto tick = broadcastTick(envelope)) ticks.push_back(*tick);
         }
         return ticks;
     }
@@ -247,6 +258,79 @@ TEST_F(SignalRHubConnectionTest, RefusedCookieFailsAndRestartStops) {
     connection->stop(-1);
     EXPECT_EQ(count("closed"), 2) << "stop(-1) waits for nothing";
     EXPECT_TRUE(VHWaitUntil([&] { return !requests("/signalr/abort").empty(); }, 30s));
+}
+
+TEST_F(SignalRHubConnectionTest, FiftyConnectionsGetEveryBroadcastOnceInTickOrder) {
+    constexpr int kConnections = 50;
+    constexpr int kChanges = 1000;
+    struct Client {
+        std::unique_ptr<VHSignalRHubConnection> connection;
+        bool started = false;
+        std::vector<int64_t> ticks;
+        std::vector<std::string> trouble;  // errors, reconnects, closes
+    };
+    std::vector<Client> clients(kConnections);
+    for (Client& client : clients) {
+        client.connection =
+            std::make_unique<VHSignalRHubConnection>(std::string("https://") + kGateway);
+        client.connection->createHubProxy("VhHub")->on("ReciveEnvelope",
+                                                       [&client](const VHJson& envelope) {
+                                                           if (auto tick = broadcastTick(envelope))
+                                                               client.ticks.push_back(*tick);
+                                                       });
+        client.connection->started = [&client] { client.started = true; };
+        client.connection->reconnecting = [&client] { client.trouble.push_back("reconnecting"); };
+        client.connection->closed = [&client] { client.trouble.push_back("closed"); };
+        client.connection->error = [&client](int code, const std::string& message) {
+            client.trouble.push_back("error " + std::to_string(code) + " " + message);
+        };
+        client.connection->start(std::make_shared<VHSignalRLongPolling>());
+    }
+    auto allOf = [&](const std::function<bool(const Client&)>& condition) {
+        return std::all_of(clients.begin(), clients.end(), condition);
+    };
+    ASSERT_TRUE(VHWaitUntil([&] { return allOf([](const Client& c) { return c.started; }); }, 60s));
+    auto tree = emulator.tree(kShare);
+    ASSERT_TRUE(tree);
+    int64_t first = (*tree)["tick"].get<int64_t>() + 1;
+
+    // One change per request, from another thread while the connections poll.
+    auto began = std::chrono::steady_clock::now();
+    std::atomic<int> refused = 0;
+    std::thread writer([&] {
+        for (int i = 0; i < kChanges; ++i) {
+            VHJson action = {{"action", "writeFile"},
+                             {"path", "/fan-out-" + std::to_string(i) + ".txt"},
+                             {"text", std::to_string(i)}};
+            if (!emulator.act(kShare, VHJson::array({action}))) ++refused;
+        }
+    });
+    bool arrived = VHWaitUntil(
+        [&] { return allOf([](const Client& c) { return c.ticks.size() >= size_t(kChanges); }); },
+        180s);
+    writer.join();
+    double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    // A broadcast delivered twice would come now.
+    VHWaitUntil([] { return false; }, 1s);
+    std::printf("%d connections, %d changes: all delivered in %.1f s\n", kConnections, kChanges,
+                took);
+    ASSERT_EQ(refused, 0);
+
+    std::vector<int64_t> expected(kChanges);
+    std::iota(expected.begin(), expected.end(), first);
+    ASSERT_EQ((*emulator.tree(kShare))["tick"].get<int64_t>(), expected.back());
+    EXPECT_TRUE(arrived);
+    for (size_t i = 0; i < clients.size(); ++i) {
+        const std::vector<int64_t>& ticks = clients[i].ticks;
+        auto differs = std::mismatch(ticks.begin(), ticks.end(), expected.begin(), expected.end());
+        EXPECT_TRUE(ticks == expected)
+            << "connection " << i << ": " << ticks.size() << " broadcasts, the first unexpected at "
+            << (differs.first - ticks.begin()) << " (tick "
+            << (differs.first == ticks.end() ? -1 : *differs.first) << ")";
+        EXPECT_TRUE(clients[i].trouble.empty())
+            << "connection " << i << ": " << testing::PrintToString(clients[i].trouble);
+    }
+    for (Client& client : clients) client.connection->stop(-1);
 }
 
 }  // namespace

@@ -99,13 +99,17 @@ bool VHEmulatorProcess::start(Options options) {
         seedFile_ = tempDir_ + "/seed.json";
         std::ofstream(seedFile_) << options_.seed.dump(2);
     }
-    return launch();
+    homePort_ = 0;
+    if (!launch(0)) return false;
+    homePort_ = port_;
+    return true;
 }
 
-bool VHEmulatorProcess::launch() {
+bool VHEmulatorProcess::launch(int port) {
     int pipeFds[2];
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) return false;
-    std::vector<std::string> arguments{VH_EMULATOR_BINARY, "--state", stateDir_};
+    std::vector<std::string> arguments{VH_EMULATOR_BINARY, "--state", stateDir_, "--listen",
+                                       "127.0.0.1:" + std::to_string(port)};
     if (!seedFile_.empty()) arguments.insert(arguments.end(), {"--seed", seedFile_});
     arguments.insert(arguments.end(), options_.arguments.begin(), options_.arguments.end());
     pid_t parent = ::getpid();
@@ -150,7 +154,12 @@ void VHEmulatorProcess::stop() {
 
 bool VHEmulatorProcess::restart() {
     stop();
-    return launch();
+    return launch(homePort_);
+}
+
+bool VHEmulatorProcess::restartAside() {
+    stop();
+    return launch(0);
 }
 
 VHEmulatorReply VHEmulatorProcess::request(const std::string& method, const std::string& host,

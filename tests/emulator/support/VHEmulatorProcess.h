@@ -57,8 +57,13 @@ class VHEmulatorProcess {
     bool start(Options options = {});
     // Ends the process (SIGTERM, SIGKILL after 10 s) and waits for it.
     void stop();
-    // Stops and starts again on the same state folder.
+    // Stops and starts again on the same state folder and on the port of the
+    // first start, which clients were given.
     bool restart();
+    // Stops and starts again on the same state folder but on another free
+    // port: for clients given the first port the service stays away, while
+    // the admin API can change what they will find once it is back.
+    bool restartAside();
 
     bool running() const { return pid_ > 0; }
     int port() const { return port_; }
@@ -113,7 +118,8 @@ class VHEmulatorProcess {
     bool clearRequests() const;
 
   private:
-    bool launch();
+    // Starts the process listening on `port` (0: any free port).
+    bool launch(int port);
     VHEmulatorReply perform(const std::string& method, const std::string& host,
                             const std::string& pathAndQuery, const VHEmulatorHeaders& headers,
                             const std::string* body, long waitSeconds) const;
@@ -124,7 +130,8 @@ class VHEmulatorProcess {
     std::string seedFile_;
     std::string caFile_;
     pid_t pid_ = -1;
-    int port_ = 0;
+    int port_ = 0;      // where it listens now
+    int homePort_ = 0;  // where the first start listened
 };
 
 }  // namespace vh::test

@@ -1,6 +1,8 @@
 #include "service/VHSRConnection.h"
 
 #include <QCoreApplication>
+#include <QTimer>
+#include <algorithm>
 
 #include "lib/VHFormat.h"
 #include "lib/VHHttp.h"
@@ -14,6 +16,10 @@ namespace vh {
 namespace {
 
 constexpr int32_t kClientType = 2;
+// A connection that closed on its own (the service was away longer than the
+// disconnect time-out) is made again after these delays, doubling.
+constexpr int kFirstReconnectDelayMs = 5000;
+constexpr int kLongestReconnectDelayMs = 300000;
 
 std::string userIdOf(const ClientLoginResponse& answer) {
     return answer.User ? answer.User->UserId.value_or("") : "";
@@ -96,7 +102,10 @@ void VHSRConnection::setCallbacks() {
     Envelope online = onlineMessage();
     std::string url = domainUrl();
     VHSignalRHubConnection& hub = *hubConnection_;
-    hub.started = [this, online] { sendOnlineMessage(online); };
+    hub.started = [this, online] {
+        reconnectDelayMs_ = kFirstReconnectDelayMs;
+        sendOnlineMessage(online);
+    };
     hub.reconnecting = [url] {
         VHLog(kLogMain, "SignalR connection to %@ : reconnecting...", url);
     };
@@ -114,8 +123,23 @@ void VHSRConnection::setCallbacks() {
         hubProxy_ = nullptr;
         VHLog(kLogMain, "SignalR connection to %@ closed.", url);
         catchupIfNeeded();
+        scheduleReconnect();
     };
     hub.error = [this](int code, const std::string&) { onError(code); };
+}
+
+// Without it, a service away for longer than the disconnect time-out (a
+// laptop asleep, a network gone) would leave the domain without realtime
+// changes until the next periodic sign-in.
+void VHSRConnection::scheduleReconnect() {
+    int delay = reconnectDelayMs_;
+    reconnectDelayMs_ = std::min(reconnectDelayMs_ * 2, kLongestReconnectDelayMs);
+    VHLog(kLogMain, "SignalR connection to %@ : connecting again in %d s.", domainUrl(),
+          delay / 1000);
+    QTimer::singleShot(delay, this, [this] {
+        // Nothing when disconnected for good meanwhile, or connected again.
+        if (loginResponce_ && !hubConnection_) connect();
+    });
 }
 
 void VHSRConnection::sendOnlineMessage(const Envelope& message) {

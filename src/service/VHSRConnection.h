@@ -3,7 +3,8 @@
 // receives envelopes. A broadcast change whose tick follows the share's last
 // applied tick is applied at once; a gap, a reconnect, a closed connection
 // or any data received leads to a (throttled) catch-up; a domain event
-// signs the domain in again.
+// signs the domain in again. A connection that closes on its own is made
+// again after a growing delay.
 //
 // Threads: the object and its hub connection live on the connector's
 // realtime thread; call connect() and disconnect() there (the connector
@@ -60,6 +61,7 @@ class VHSRConnection : public QObject {
     void dropConnection();
     void setCallbacks();
     void sendOnlineMessage(const Envelope& message);
+    void scheduleReconnect();
     void onError(int code);
     void onMOnline(const Envelope& envelope);
     void onBroadCast(const Envelope& envelope);
@@ -75,6 +77,7 @@ class VHSRConnection : public QObject {
     std::unique_ptr<VHSignalRHubConnection> hubConnection_;
     VHSignalRHubProxy* hubProxy_ = nullptr;  // owned by hubConnection_
     std::shared_ptr<VHSignalRLongPolling> transport_;
+    int reconnectDelayMs_ = 5000;  // the next delay after a close; realtime thread
     VHMutex catchupMutex_;
     VHDate lastCatchup_ VH_GUARDED_BY(catchupMutex_) = VHDate::distantPast();
     bool catchupScheduled_ VH_GUARDED_BY(catchupMutex_) = false;

@@ -57,12 +57,14 @@ double cpuSeconds(pid_t pid) {
 class VHClientRealtimeTest : public testing::Test {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(emulator_.start());
+        ASSERT_TRUE(emulator_.start({nullptr, "", emulatorArguments()}));
         ASSERT_TRUE(client_.start());
         ASSERT_TRUE(client_.waitForMount()) << VHTail(client_.logs());
         ASSERT_TRUE(client_.waitFor([&] { return fs::exists(drive("")); }, 60s));
         ASSERT_TRUE(client_.waitFor([&] { return connected(); }, 60s)) << VHTail(client_.logs());
     }
+
+    virtual std::vector<std::string> emulatorArguments() const { return {}; }
 
     std::string drive(const std::string& inShare) const {
         return client_.mountPath() + "/My Files" + inShare;
@@ -243,6 +245,30 @@ TEST_F(VHClientRealtimeTest, TheServiceAwayForTwentySecondsIsCaughtUpWithoutSpin
     EXPECT_NE(client_.logs().find("reconnected"), std::string::npos) << VHTail(client_.logs());
     EXPECT_TRUE(VHServiceMatchesDrive(emulator_, "my-files", drive(""), 30s))
         << VHTail(client_.logs());
+}
+
+// The hub's keep-alive of 2 s makes the client give its connection up 6 s
+// into an outage, as the default times do after 30 s.
+class VHClientRealtimeShortTimesTest : public VHClientRealtimeTest {
+  protected:
+    std::vector<std::string> emulatorArguments() const override { return {"--hub-keepalive", "2"}; }
+};
+
+TEST_F(VHClientRealtimeShortTimesTest, AConnectionGivenUpInALongOutageIsMadeAgain) {
+    emulator_.stop();
+    ASSERT_TRUE(
+        client_.waitFor([&] { return client_.logs().find("closed.") != std::string::npos; }, 30s))
+        << VHTail(client_.logs());
+    std::this_thread::sleep_for(5s);
+    ASSERT_TRUE(emulator_.restart());
+    act({{"action", "writeFile"}, {"path", "/after.txt"}, {"text", "after the outage"}});
+    EXPECT_TRUE(client_.waitFor([&] { return connected(); }, 60s)) << VHTail(client_.logs());
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/after.txt")) == "after the outage"; }))
+        << VHTail(client_.logs());
+    // Made again, a change travels over the channel, not with a re-login.
+    act({{"action", "writeFile"}, {"path", "/later.txt"}, {"text", "later"}});
+    EXPECT_TRUE(visible([&] { return VHReadWhole(drive("/later.txt")) == "later"; }));
+    EXPECT_NE(client_.logs().find("connecting again in"), std::string::npos);
 }
 
 TEST_F(VHClientRealtimeTest, SharesGrantedOrAddedShowAtTheTopOfTheDriveWithinTwoSeconds) {

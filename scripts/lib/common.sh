@@ -16,13 +16,21 @@ VH_PACKAGES=(
   git rsync attr vim tar xdg-utils
 )
 
-vh_install_packages() {
-  local missing=()
-  for package in "${VH_PACKAGES[@]}"; do
+# GNOME Files with the project's extension under Xvfb (scripts/nautilus-screenshot).
+VH_DESKTOP_PACKAGES=(nautilus python3-nautilus librsvg2-common xvfb dbus-daemon imagemagick)
+
+# vh_missing_packages PACKAGE...: prints those not installed, one a line.
+vh_missing_packages() {
+  for package in "$@"; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-      missing+=("$package")
+      echo "$package"
     fi
   done
+}
+
+vh_install_packages() {
+  local missing
+  mapfile -t missing < <(vh_missing_packages "${VH_PACKAGES[@]}")
   [ ${#missing[@]} -eq 0 ] && return 0
   echo "Installing: ${missing[*]}"
   local sudo=""

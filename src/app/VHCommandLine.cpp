@@ -21,6 +21,8 @@ std::optional<VHCommandLine> VHCommandLine::parse(int argc, char** argv, std::st
             line.force = true;
         } else if (arg == "--password-stdin") {
             line.passwordFromStdin = true;
+        } else if (arg == "--install-integration") {
+            line.installIntegration = true;
         } else if (arg == "--user" || arg == "--mount") {
             const char* v = value();
             if (!v || !*v) {
@@ -36,6 +38,10 @@ std::optional<VHCommandLine> VHCommandLine::parse(int argc, char** argv, std::st
     if (!line.user.empty() && !line.passwordFromStdin) {
         // A password on the command line would be visible to every user.
         error = "--user needs --password-stdin";
+        return std::nullopt;
+    }
+    if (line.installIntegration && argc > 2) {
+        error = "--install-integration takes no other option";
         return std::nullopt;
     }
     if (line.force && !line.logout) {
@@ -62,6 +68,10 @@ const char* VHCommandLine::helpText() {
            "                        (the logs stay) and exit; refused while changes on the\n"
            "                        drive are not yet confirmed by the service\n"
            "  --force               with --logout: sign out all the same, losing them\n"
+           "  --install-integration install for the current user, replacing earlier\n"
+           "                        copies, and exit: the GNOME Files extension and its\n"
+           "                        emblems, the systemd user unit varnholt.service and\n"
+           "                        the autostart entry; needs no running client\n"
            "  --version             print the version and exit\n"
            "  --help                print this text and exit\n"
            "\n"
@@ -69,7 +79,9 @@ const char* VHCommandLine::helpText() {
            "unmount the drive and end the program in order.\n"
            "\n"
            "Exit status:\n"
-           "  0    ended in order (signal, --logout, --help, --version)\n"
+           "  0    ended in order (signal, --logout, --help, --version,\n"
+           "       --install-integration)\n"
+           "  1    --install-integration could not write a file\n"
            "  2    no credentials: sign in with --user and --password-stdin\n"
            "  3    another instance runs on the same folders\n"
            "  4    the drive could not be mounted\n"

@@ -16,8 +16,9 @@ struct VHCommandLine {
     bool logout = false;
     bool force = false;  // --logout also when changes would be lost
     bool passwordFromStdin = false;
-    std::string user;       // --user EMAIL
-    std::string mountPath;  // --mount DIR
+    bool installIntegration = false;  // takes no other option
+    std::string user;                 // --user EMAIL
+    std::string mountPath;            // --mount DIR
 
     // Nothing, with `error` set, for an unknown or incomplete option.
     static std::optional<VHCommandLine> parse(int argc, char** argv, std::string& error);

@@ -2,11 +2,13 @@
 
 #include <QCoreApplication>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "app/VHCommandLine.h"
 #include "desktop/VHApplicationDelegate.h"
+#include "desktop/VHIntegrationInstaller.h"
 #include "desktop/VHSignOut.h"
 #include "desktop/VHUnixSignals.h"
 #include "drive/VHFuseUtils.h"
@@ -54,6 +56,29 @@ int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
     return code;
 }
 
+// Writes the desktop integration for this program and says what it wrote.
+int installIntegration() {
+    std::error_code error;
+    std::filesystem::path binary = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        std::fprintf(stderr, "varnholt: cannot tell the program's path: %s\n",
+                     error.message().c_str());
+        return 1;
+    }
+    vh::VHIntegrationInstaller::Result result =
+        vh::VHIntegrationInstaller::install(binary.string());
+    for (const std::string& path : result.written) std::printf("Installed %s\n", path.c_str());
+    if (!result.error.empty()) {
+        std::fprintf(stderr, "varnholt: %s\n", result.error.c_str());
+        return 1;
+    }
+    std::printf(
+        "GNOME Files loads the extension when it starts again (nautilus -q ends it).\n"
+        "The client starts with the next desktop session; without one:\n"
+        "  systemctl --user enable --now varnholt.service\n");
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -73,6 +98,7 @@ int main(int argc, char** argv) {
         std::printf("%s %s (%s)\n", vh::kAppTitle, vh::kShortVersion, vh::kBuildNumber);
         return 0;
     }
+    if (line->installIntegration) return installIntegration();
     std::string password;
     if (!line->user.empty()) {
         password = readPassword();

@@ -173,6 +173,8 @@ void VHFinderConnector::unobserve(const VHFinderMessage& message, QLocalSocket*)
 void VHFinderConnector::badge(const VHFinderMessage& message, QLocalSocket*) {
     VHFinderConnection* connection = connectionWithId(message.instanceId);
     if (!connection) return;
+    VHLog(kLogDrive, "Finder plugin %@ asks for the badge of %@", message.instanceId,
+          message.parameter);
     connection->badges().insert(message.parameter);
     updateOverlayIcon(message.parameter, connection);
 }

@@ -55,6 +55,8 @@ class VHDownloadQueue : public QObject {
     // A read at the cached prefix fetches this much; beyond it, four times as much.
     static constexpr uint64_t recommendedChunkSize = 262144;
     static constexpr uint64_t kMaxReadConnections = 5;
+    // A sequential reader's bites grow to recommendedChunkSize << this (8 MiB).
+    static constexpr int kReadAheadDoublings = 5;
     static constexpr uint64_t kMaxFileDownloads = 5;
     static constexpr double kReadWaitSeconds = 7.0;
 
@@ -190,6 +192,8 @@ class VHDownloadQueue : public QObject {
     void connectionResponded(VHDownloadConnection& connection, long status);
     bool connectionReceived(VHDownloadConnection& connection, std::string_view bytes);
     void connectionFinished(VHDownloadConnection& connection, const VHHttpResponse& response);
+    // How much a read connection starting at `location` asks for.
+    uint64_t readLength(const VHFile& file, uint64_t location) VH_EXCLUDES(readMutex_);
     void deliverReads(const VHDownloadConnection& connection) VH_EXCLUDES(readMutex_);
     bool fileBytesReceived(VHDownloadConnection& connection, uint64_t length)
         VH_EXCLUDES(downloadMutex_);

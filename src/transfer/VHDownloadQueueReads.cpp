@@ -113,11 +113,7 @@ void VHDownloadQueue::processDownloadTask(const Task& task) {
     connection->startTime = VHDate::now();
     const VHFile& file = task->file;
     uint64_t location = task->range.location;
-    // Past a gap in the cache read ahead: the bytes serve only this file's
-    // readers, so a bigger bite saves round trips.
-    bool beyondPrefix = VHFileCache::fileCache().availableDataForFile(file) < location;
-    uint64_t length = beyondPrefix ? 4 * recommendedChunkSize : recommendedChunkSize;
-    length = std::max(length, task->range.length);
+    uint64_t length = std::max(readLength(file, location), task->range.length);
     if (location + length > file.fileSize) length = file.fileSize - location;
     connection->range = {location, length};
     connection->data.reserve(length);
@@ -129,6 +125,21 @@ void VHDownloadQueue::processDownloadTask(const Task& task) {
         return;
     }
     startConnection(connection, *request);
+}
+
+uint64_t VHDownloadQueue::readLength(const VHFile& file, uint64_t location) {
+    uint64_t prefix = VHFileCache::fileCache().availableDataForFile(file);
+    VHMutexLock lock(readMutex_);
+    int& fetches = filesStatus_[file.internalName].prefixFetches;
+    fetches = prefix == location ? fetches + 1 : 0;
+    // Past a gap in the cache read ahead: the bytes serve only this file's
+    // readers, so a bigger bite saves round trips.
+    if (prefix < location) return 4 * recommendedChunkSize;
+    // A reader going on from the prefix is reading the file through: after
+    // two plain bites each round trip brings twice as much, up to a limit
+    // that bounds the memory a connection holds.
+    int doublings = std::min(fetches - 2, kReadAheadDoublings);
+    return doublings > 0 ? recommendedChunkSize << doublings : recommendedChunkSize;
 }
 
 void VHDownloadQueue::deliverReads(const VHDownloadConnection& connection) {

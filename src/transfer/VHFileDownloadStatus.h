@@ -18,6 +18,9 @@ struct VHFileDownloadStatus {
     bool nonSequentialReads = false;
     // A read connection for this file is running; at most one at a time.
     bool downloadingChunk = false;
+    // Read connections in a row that each went on from the end of the
+    // downloaded prefix: a sequential reader, whose next bites grow.
+    int prefixFetches = 0;
 };
 
 }  // namespace vh

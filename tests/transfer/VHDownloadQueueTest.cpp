@@ -175,6 +175,19 @@ TEST_F(VHDownloadQueueTest, ReadsAreCutToTheFileAndFetchMoreBeyondTheCachedPrefi
     EXPECT_EQ(db().fileWithId(stale.internalName)->shareId, "team");
 }
 
+TEST_F(VHDownloadQueueTest, ASequentialReaderGetsGrowingBites) {
+    const std::string big = content("/big.bin");
+    ASSERT_EQ(big.size(), 3u << 20);
+    std::string whole;
+    for (uint64_t offset = 0; offset < big.size(); offset += 131072)
+        whole += read("/big.bin", offset, 131072).value_or("");
+    EXPECT_EQ(whole, big);
+    // Two plain bites first, then each twice the last, cut to the file.
+    EXPECT_EQ(gets(5), (Ranges{"bytes 0-262144/3145728", "bytes 262144-524288/3145728",
+                               "bytes 524288-1048576/3145728", "bytes 1048576-2097152/3145728",
+                               "bytes 2097152-3145728/3145728"}));
+}
+
 TEST_F(VHDownloadQueueTest, ReadsWaitingOnOneFileAreServedByItsOneConnection) {
     delayGets(500);
     const std::string big = content("/big.bin");

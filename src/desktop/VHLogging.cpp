@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
@@ -53,10 +54,27 @@ void closeFd(int& fd) {
     fd = -1;
 }
 
+// The line's prefix, "[thread] date : ". The drive logs every callback, so
+// the date text is made once a second per thread, not once a line.
+const std::string& linePrefix(VHDate date) {
+    thread_local const pid_t thread = gettid();
+    thread_local double second = -1;
+    thread_local std::string prefix;
+    double whole = std::floor(date.seconds);
+    if (whole != second) {
+        second = whole;
+        prefix = VHFormat("[%d] %@ : ", thread, VHDateLocalDescription(date));
+    }
+    return prefix;
+}
+
 void writeLine(int type, const std::string& message) {
     // Formatting happens before the lock.
-    std::string line =
-        VHFormat("[%d] %@ : %@", gettid(), VHDateLocalDescription(now()), message) + "\n";
+    VHDate current = now();
+    const std::string& prefix = linePrefix(current);
+    std::string line;
+    line.reserve(prefix.size() + message.size() + 1);
+    line.append(prefix).append(message).push_back('\n');
     std::lock_guard lock(gLock);
     int fd = type == kLogMain       ? gMainFd
              : type == kLogDrive    ? gFuseFd
@@ -69,7 +87,6 @@ void writeLine(int type, const std::string& message) {
         (void)written;  // write errors are ignored
     }
     if (gMirror) gMirror(line, type);
-    VHDate current = now();
     if (current >= gLogLastTime) VHOpenLogs();
     if (current < gLogFirstTime) VHOpenLogs();
 }

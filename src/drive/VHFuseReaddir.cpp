@@ -98,6 +98,11 @@ int readdir(VHFuseDirectoryHandle& folder, void* buffer, fuse_fill_dir_t filler,
 int varnholt_opendir(const char* path, struct fuse_file_info* fi) {
     return VHFuseGuard(__func__, [&] {
         (new VHFuseDirectoryHandle(finalPath(path ? path : "/")))->storeIn(fi);
+        // The kernel keeps a listing until the folder changes: through the
+        // drive it notices itself, from elsewhere the store's changes drop
+        // it (VHInvalidateDrivePaths).
+        fi->cache_readdir = 1;
+        fi->keep_cache = 1;
         return 0;
     });
 }

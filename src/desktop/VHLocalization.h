@@ -11,12 +11,11 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QTranslator>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
-
-class QTranslator;
 
 namespace vh {
 

@@ -1,6 +1,7 @@
 #include "ui/VHCachePage.h"
 
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QEvent>
 #include <QFormLayout>
 #include <QLabel>
@@ -100,7 +101,7 @@ void VHCachePage::runThenMeasure(std::function<void()> work) {
     QThreadPool::globalInstance()->start([page, work = std::move(work)] {
         if (work) work();
         int64_t bytes = cacheBytes();
-        QMetaObject::invokeMethod(qApp, [page, bytes] {
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [page, bytes] {
             if (!page) return;
             page->bytes_ = bytes;
             page->busy_ = false;

@@ -60,7 +60,7 @@ void VHScreenshotPage::store(const char* name, bool on) {
 }
 
 void VHScreenshotPage::openPicker() {
-    if (picker_) return;
+    if (picker_ && picker_->isVisible()) return;
     picker_ = new VHFolderPicker(this);
     connect(picker_, &VHFolderPicker::chosen, this, &VHScreenshotPage::setTarget);
     connect(picker_, &QDialog::finished, picker_, &QObject::deleteLater);

@@ -8,6 +8,7 @@
 #include <QPointer>
 #include <QWidget>
 
+#include "ui/VHFolderPicker.h"
 #include "ui/VHScreenshotTarget.h"
 
 class QCheckBox;
@@ -15,8 +16,6 @@ class QLabel;
 class QPushButton;
 
 namespace vh {
-
-class VHFolderPicker;
 
 class VHScreenshotPage : public QWidget {
     Q_OBJECT

@@ -108,11 +108,14 @@ void VHStatusMenu::updateState() {
 void VHStatusMenu::build() {
     QMenu& menu = *menu_;
     menu.clear();
-    std::string user = VHConnector::defaultConnector().username();
-    QString account = user.empty()
-                          ? VHLocalizedString("Not signed in")
-                          : VHLocalizedString("Signed in as %1").arg(QString::fromStdString(user));
-    if (state_ == State::Offline && !user.empty()) account += " " + VHLocalizedString("(offline)");
+    VHConnector& connector = VHConnector::defaultConnector();
+    // Signing out keeps the user name for the next sign-in, not the password.
+    bool signedIn = connector.credentialsAvailable();
+    QString account =
+        signedIn
+            ? VHLocalizedString("Signed in as %1").arg(QString::fromStdString(connector.username()))
+            : VHLocalizedString("Not signed in");
+    if (state_ == State::Offline && signedIn) account += " " + VHLocalizedString("(offline)");
     if (state_ == State::Error)
         account = VHLocalizedString("Sign-in refused: please sign in again");
     addInfo(menu, account, "account");

@@ -104,9 +104,11 @@ VHUiClient::VHUiClient(const VHEmulatorProcess& emulator) {
     setenv("VARNHOLT_CONNECT_TO", emulator.connectTo().c_str(), 1);
     setenv("VARNHOLT_CA_FILE", emulator.caFile().c_str(), 1);
     setenv("VARNHOLT_GLOBAL_ADDRESS", "global.varnholt.test", 1);
-    ui_ = std::make_unique<VHUserInterface>();
+    // The order of main(): the windows come after the data folders and the
+    // log, before the start-up that may ask for a sign-in.
     VHApplicationDelegate& delegate = VHApplicationDelegate::delegate();
     delegate.applicationWillFinishLaunching();
+    ui_ = std::make_unique<VHUserInterface>();
     delegate.applicationDidFinishLaunching(false);
 }
 

@@ -112,12 +112,12 @@
         <translation>Dateinamen dürfen keines dieser Zeichen enthalten: \/:*?"&lt;&gt;|</translation>
     </message>
     <message>
-        <source>Files to download: %1 · %2 left · %3/s</source>
-        <translation>Herunterzuladen: %1 Dateien · noch %2 · %3/s</translation>
+        <source>Files to download: %1 · %2 left</source>
+        <translation>Herunterzuladen: %1 Dateien · noch %2</translation>
     </message>
     <message>
-        <source>Files to upload: %1 · %2 left · %3/s</source>
-        <translation>Hochzuladen: %1 Dateien · noch %2 · %3/s</translation>
+        <source>Files to upload: %1 · %2 left</source>
+        <translation>Hochzuladen: %1 Dateien · noch %2</translation>
     </message>
     <message>
         <source>Folder:</source>

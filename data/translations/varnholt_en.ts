@@ -112,12 +112,12 @@
         <translation>File Name cannot contain any of these characters \/:*?"&lt;&gt;|</translation>
     </message>
     <message>
-        <source>Files to download: %1 · %2 left · %3/s</source>
-        <translation>Files to download: %1 · %2 left · %3/s</translation>
+        <source>Files to download: %1 · %2 left</source>
+        <translation>Files to download: %1 · %2 left</translation>
     </message>
     <message>
-        <source>Files to upload: %1 · %2 left · %3/s</source>
-        <translation>Files to upload: %1 · %2 left · %3/s</translation>
+        <source>Files to upload: %1 · %2 left</source>
+        <translation>Files to upload: %1 · %2 left</translation>
     </message>
     <message>
         <source>Folder:</source>

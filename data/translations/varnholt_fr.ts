@@ -112,12 +112,12 @@
         <translation>Un nom de fichier ne peut contenir aucun de ces caractères : \/:*?"&lt;&gt;|</translation>
     </message>
     <message>
-        <source>Files to download: %1 · %2 left · %3/s</source>
-        <translation>À télécharger : %1 fichiers · reste %2 · %3/s</translation>
+        <source>Files to download: %1 · %2 left</source>
+        <translation>À télécharger : %1 fichiers · reste %2</translation>
     </message>
     <message>
-        <source>Files to upload: %1 · %2 left · %3/s</source>
-        <translation>À envoyer : %1 fichiers · reste %2 · %3/s</translation>
+        <source>Files to upload: %1 · %2 left</source>
+        <translation>À envoyer : %1 fichiers · reste %2</translation>
     </message>
     <message>
         <source>Folder:</source>

@@ -45,6 +45,9 @@ void VHGeneralPage::changeEvent(QEvent* event) {
 }
 
 void VHGeneralPage::retranslate() {
+    // The language may have changed elsewhere (another window, a test).
+    language_->setCurrentIndex(
+        language_->findData(QString::fromStdString(VHLocalization::language())));
     languageLabel_->setText(VHLocalizedString("Language:"));
     startAtLogin_->setText(VHLocalizedString("Start %1 when I log in").arg(kAppTitle));
 }

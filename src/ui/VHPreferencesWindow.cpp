@@ -29,7 +29,7 @@ VHPreferencesWindow::VHPreferencesWindow(QWidget* parent) : QWidget(parent, Qt::
     tabs_->addTab(screenshots_, QString());
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(tabs_);
-    resize(560, 300);
+    resize(560, 230);
     connect(account_, &VHAccountPage::signInRequested, this, &VHPreferencesWindow::signInRequested);
     retranslate();
 }

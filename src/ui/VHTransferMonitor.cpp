@@ -102,18 +102,30 @@ QString VHTransferMonitor::byteText(int64_t bytes) {
     return locale.formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat);
 }
 
+namespace {
+
+// The last speed, unless none was measured yet.
+QString speedSuffix(double speed) {
+    if (speed < 1) return QString();
+    return " · " + VHTransferMonitor::byteText(static_cast<int64_t>(speed)) + "/s";
+}
+
+}  // namespace
+
 QString VHTransferMonitor::uploadLine(const Totals& totals) {
     if (totals.uploads <= 0) return QString();
-    return VHLocalizedString("Files to upload: %1 · %2 left · %3/s")
-        .arg(totals.uploads)
-        .arg(byteText(totals.uploadBytes), byteText(static_cast<int64_t>(totals.uploadSpeed)));
+    return VHLocalizedString("Files to upload: %1 · %2 left")
+               .arg(totals.uploads)
+               .arg(byteText(totals.uploadBytes)) +
+           speedSuffix(totals.uploadSpeed);
 }
 
 QString VHTransferMonitor::downloadLine(const Totals& totals) {
     if (totals.downloads <= 0) return QString();
-    return VHLocalizedString("Files to download: %1 · %2 left · %3/s")
-        .arg(totals.downloads)
-        .arg(byteText(totals.downloadBytes), byteText(static_cast<int64_t>(totals.downloadSpeed)));
+    return VHLocalizedString("Files to download: %1 · %2 left")
+               .arg(totals.downloads)
+               .arg(byteText(totals.downloadBytes)) +
+           speedSuffix(totals.downloadSpeed);
 }
 
 }  // namespace vh

@@ -9,6 +9,7 @@ VH_BUILD_DIR="${VH_BUILD_DIR:-$VH_ROOT/build}"
 VH_PACKAGES=(
   build-essential cmake ninja-build pkg-config lld
   qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qtkeychain-qt6-dev
+  qt6-qpa-plugins libqt6svg6 fonts-dejavu-core
   libfuse3-dev fuse3
   libcurl4-openssl-dev nlohmann-json3-dev libsqlite3-dev libssl-dev libcpp-httplib-dev
   libgtest-dev libgmock-dev
@@ -16,7 +17,8 @@ VH_PACKAGES=(
   git rsync attr vim tar xdg-utils
 )
 
-# GNOME Files with the project's extension under Xvfb (scripts/nautilus-screenshot).
+# GNOME Files with the project's extension under Xvfb (scripts/nautilus-screenshot);
+# Xvfb also serves the window tests (tests/ui) and scripts/screenshots.
 VH_DESKTOP_PACKAGES=(nautilus python3-nautilus librsvg2-common xvfb dbus-daemon imagemagick)
 
 # vh_missing_packages PACKAGE...: prints those not installed, one a line.

@@ -1,7 +1,9 @@
 #include <unistd.h>
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -18,6 +20,7 @@
 #include "service/VHConnector.h"
 #include "transfer/VHDownloadQueue.h"
 #include "transfer/VHUploadQueue.h"
+#include "ui/VHUserInterface.h"
 
 namespace {
 
@@ -37,12 +40,22 @@ std::string readPassword() {
     _exit(code);
 }
 
-int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate) {
+// Windows need a display; without one every run is headless.
+bool wantsGui(const vh::VHCommandLine& line) {
+    if (line.headless) return false;
+    auto set = [](const char* name) { return std::getenv(name) && *std::getenv(name); };
+    return set("DISPLAY") || set("WAYLAND_DISPLAY");
+}
+
+int runClient(QCoreApplication& app, vh::VHApplicationDelegate& delegate, bool gui) {
     vh::VHUnixSignals unixSignals;
     QObject::connect(&unixSignals, &vh::VHUnixSignals::terminationRequested, &app,
                      [&delegate] { delegate.applicationShouldTerminate(); });
+    // Made before start-up, which may ask for a sign-in.
+    std::unique_ptr<vh::VHUserInterface> ui;
+    if (gui) ui = std::make_unique<vh::VHUserInterface>();
     QMetaObject::invokeMethod(
-        &app, [&] { delegate.applicationDidFinishLaunching(true); }, Qt::QueuedConnection);
+        &app, [&] { delegate.applicationDidFinishLaunching(!gui); }, Qt::QueuedConnection);
     int code = app.exec();
     // A loop that still serves files held open after a forced unmount ends
     // with the process, which closes them.
@@ -107,8 +120,15 @@ int main(int argc, char** argv) {
             return vh::VHCommandLine::kExitUsage;
         }
     }
-    // The windows come later: until then every run is a headless one.
-    QCoreApplication app(argc, argv);
+    bool gui = wantsGui(*line) && !line->logout;
+    std::unique_ptr<QCoreApplication> app;
+    if (gui) {
+        app = std::make_unique<QApplication>(argc, argv);
+        // Closing a window leaves the client running in the tray.
+        QApplication::setQuitOnLastWindowClosed(false);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     if (!line->mountPath.empty()) vh::VHFuseUtils::setMountPath(line->mountPath);
     vh::VHApplicationDelegate& delegate = vh::VHApplicationDelegate::delegate();
     delegate.applicationWillFinishLaunching();
@@ -119,5 +139,5 @@ int main(int argc, char** argv) {
         endProcess(code);
     }
     if (!line->user.empty()) delegate.setSignInCredentials(line->user, password);
-    endProcess(runClient(app, delegate));
+    endProcess(runClient(*app, delegate, gui));
 }

@@ -13,7 +13,9 @@
 
 #include "desktop/VHDesktopServices.h"
 #include "desktop/VHFinderConnector.h"
+#include "desktop/VHLocalization.h"
 #include "desktop/VHLogging.h"
+#include "desktop/VHSignOut.h"
 #include "desktop/VHStartupMigration.h"
 #include "drive/VHDriveEvents.h"
 #include "drive/VHFuseFileData.h"
@@ -116,6 +118,7 @@ void VHApplicationDelegate::applicationWillFinishLaunching() {
     if (fatalStatus_) return;
     VHSetLogDir(VHFileCache::logsPath());
     VHInitLogs();
+    VHLocalization::setup();
     VHLog(kLogMain,
           "\n\n----------------------------------------------------\n\nStarting up %@ version %@",
           kAppTitle, VHConnector::defaultConnector().appVersion());
@@ -247,6 +250,8 @@ void VHApplicationDelegate::subscribeToNotifications() {
     connect(&connector, &VHConnector::globalConnectionFailed, this,
             &VHApplicationDelegate::didGlobalConnectionFailed);
     connect(&connector, &VHConnector::globalLoggedOut, this, &VHApplicationDelegate::didLoggedOut);
+    connect(&VHLocalization::instance(), &VHLocalization::languageChanged, this,
+            [] { VHFinderConnector::defaultConnector().notifyOnLanguageChange(); });
 }
 
 void VHApplicationDelegate::readCleanShutdown() {
@@ -261,27 +266,56 @@ void VHApplicationDelegate::readCleanShutdown() {
 }
 
 void VHApplicationDelegate::askForLogin(bool headless, const QString& refusal) {
+    if (!headless) {
+        emit loginRequested(refusal);
+        return;
+    }
     if (refusal.isEmpty()) {
-        if (!headless) VHDesktopServices::showAlert(kAppTitle, "Please sign in.");
         std::fprintf(stderr,
                      "%s has no credentials. Sign in with:\n"
                      "  echo PASSWORD | varnholt --user EMAIL --password-stdin [--headless]\n",
                      kAppTitle);
     } else {
-        if (!headless) {
-            VHDesktopServices::showAlert(
-                kAppTitle, "Sign-in failed. Check the user name and password, then sign in again.");
-        }
         std::fprintf(stderr,
                      "%s: sign-in refused: %s.\n"
                      "Sign in again with:\n"
                      "  echo PASSWORD | varnholt --user EMAIL --password-stdin [--headless]\n",
                      kAppTitle, refusal.toStdString().c_str());
     }
-    // Only a window could ask; a headless run ends.
-    if (!headless && !VHConnector::defaultConnector().username().empty()) return;
     exitCode_ = refusal.isEmpty() ? kExitNoCredentials : kExitSignInRefused;
     applicationShouldTerminate();
+}
+
+void VHApplicationDelegate::signIn(const std::string& user, const std::string& password) {
+    VHConnector& connector = VHConnector::defaultConnector();
+    signInPending_ = true;
+    loginFailures_ = 0;
+    connector.setUserDomain("");  // another user may live on another domain
+    connector.setUsername(user);
+    connector.setPassword(password);
+    connector.loginToGlobalFirstTime();
+}
+
+bool VHApplicationDelegate::logoutAfterConfirmation() {
+    QString message = VHLocalizedString(
+                          "Do you really want to sign out of %1? The drive goes and "
+                          "its downloaded files are deleted from this computer.")
+                          .arg(kAppTitle);
+    int64_t unconfirmed = VHSignOut::unconfirmedChanges();
+    if (unconfirmed > 0) {
+        message += "\n\n" + VHLocalizedString(
+                                "Changes not yet confirmed by the service: %1. "
+                                "They will be lost.")
+                                .arg(unconfirmed);
+    }
+    bool agreed = VHDesktopServices::askQuestion(
+        VHLocalizedString("Sign out of %1?").arg(kAppTitle).toStdString(), message.toStdString(),
+        VHLocalizedString("Sign Out").toStdString(), VHLocalizedString("Cancel").toStdString(),
+        false);
+    if (!agreed) return false;
+    logout();
+    askForLogin(headless_);
+    return true;
 }
 
 std::string VHApplicationDelegate::mountOptions() {

@@ -94,6 +94,13 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void resetUserDefaults();
     // Signs out: the connector logs out; the drive is unmounted and the caches cleared.
     void logout();
+    // Signing out from the windows: asks first (telling of changes not yet
+    // confirmed by the service), then signs out and asks for a new sign-in.
+    // Whether the user agreed.
+    bool logoutAfterConfirmation();
+    // A sign-in from the window (GUI runs): the credentials are stored only
+    // once the service accepts them; a refusal comes back by loginRequested.
+    void signIn(const std::string& user, const std::string& password);
     // Takes the single-instance lock of the metadata folder; false (after
     // telling the user) when another instance holds it.
     bool checkForRunningInstances();
@@ -125,6 +132,11 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void refreshFileInFinder(const VHFile& file) override;
     void fileSyncStateChanged(const VHFile& file) override;
 
+  signals:
+    // GUI runs: no credentials, or the service refused them (`refusal` says
+    // why, empty when there were none): the sign-in window must show.
+    void loginRequested(const QString& refusal);
+
   private:
     VHApplicationDelegate();
 
@@ -133,7 +145,8 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void updateOverlayIconOfFile(const VHFile& file);
     void subscribeToNotifications();
     void readCleanShutdown();
-    // Headless: prints why and how to sign in, then ends the process.
+    // Headless: prints why and how to sign in, then ends the process; with a
+    // GUI: emits loginRequested.
     void askForLogin(bool headless, const QString& refusal = QString());
     std::string mountOptions();
     void setCleanShutdown();

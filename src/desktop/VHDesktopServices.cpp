@@ -10,6 +10,7 @@
 #include <QProcess>
 #include <QPushButton>
 
+#include "desktop/VHLocalization.h"
 #include "lib/VHLog.h"
 
 namespace vh {
@@ -50,7 +51,13 @@ bool VHDesktopServices::hasGui() {
 
 void VHDesktopServices::showAlert(const std::string& title, const std::string& message) {
     if (hasGui()) {
-        QMessageBox::warning(nullptr, q(title), q(message), QMessageBox::Ok);
+        // The dialog may sit behind other windows: the notification is seen.
+        QString shownTitle = VHLocalizedString(title);
+        QString shownMessage = VHLocalizedString(message);
+        notify(shownTitle.toStdString(), shownMessage.toStdString());
+        QMessageBox box(QMessageBox::Warning, shownTitle, shownMessage);
+        box.addButton(VHLocalizedString("Ok"), QMessageBox::AcceptRole);
+        box.exec();
         return;
     }
     VHLog(kLogMain, "%@ : %@", title, message);

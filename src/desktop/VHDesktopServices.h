@@ -14,9 +14,12 @@ class VHDesktopServices {
     // Emits the signal `name` (e.g. "com.varnholt.drive-mounted") on the
     // session bus, from the object path /com/varnholt/Varnholt.
     static void postDistributedNotification(const std::string& name);
-    // Shows a message with one "Ok" button; headless: logged and notified.
+    // Shows a message with one "Ok" button, and a notification; texts that
+    // are translation keys show in the interface language. Headless: logged
+    // and notified, untranslated.
     static void showAlert(const std::string& title, const std::string& message);
-    // Asks a question; headless runs cannot ask and get `headlessAnswer`.
+    // Asks a question (texts as given); headless runs cannot ask and get
+    // `headlessAnswer`.
     static bool askQuestion(const std::string& title, const std::string& message,
                             const std::string& acceptButton, const std::string& rejectButton,
                             bool headlessAnswer);

@@ -8,12 +8,12 @@
 #include <QPointer>
 
 #include "desktop/VHControlCommands.h"
+#include "desktop/VHLocalization.h"
 #include "drive/VHFuseStatusAttributes.h"
 #include "drive/VHFuseUtils.h"
 #include "lib/VHFormat.h"
 #include "lib/VHLog.h"
 #include "lib/VHPaths.h"
-#include "lib/VHSettings.h"
 #include "store/VHDatabase.h"
 
 namespace vh {
@@ -39,7 +39,7 @@ bool isUtf8(std::string_view text) {
 }  // namespace
 
 std::string VHFinderConnector::interfaceLanguage() {
-    return VHSettings::string("Varnholt_language", "en");
+    return VHLocalization::language();
 }
 
 VHFinderConnector& VHFinderConnector::defaultConnector() {

@@ -26,6 +26,11 @@ std::string emblemFolder() {
     return VHPaths::join(VHPaths::dataHome(), "icons/hicolor/scalable/emblems");
 }
 
+Entry autostartEntry(const std::string& binary) {
+    return {":/integration/session/varnholt.desktop", VHIntegrationInstaller::autostartPath(),
+            VHIntegrationInstaller::desktopExecArgument(binary)};
+}
+
 std::vector<Entry> entries(const std::string& binary) {
     const std::string data = VHPaths::dataHome();
     const std::string config = VHPaths::configHome();
@@ -35,9 +40,7 @@ std::vector<Entry> entries(const std::string& binary) {
         {":/integration/session/varnholt.service",
          VHPaths::join(config, "systemd/user/varnholt.service"),
          VHIntegrationInstaller::systemdArgument(binary)},
-        {":/integration/session/varnholt.desktop",
-         VHPaths::join(config, "autostart/varnholt.desktop"),
-         VHIntegrationInstaller::desktopExecArgument(binary)},
+        autostartEntry(binary),
     };
     const QDir icons(":/integration/icons");
     for (const QString& name : icons.entryList(QDir::Files, QDir::Name)) {
@@ -96,6 +99,24 @@ std::string VHIntegrationInstaller::desktopExecArgument(const std::string& argum
         escaped += c;
     }
     return needsQuotes(argument, " \t\n\"'\\><~|&;$*?#()`") ? "\"" + escaped + "\"" : escaped;
+}
+
+std::string VHIntegrationInstaller::autostartPath() {
+    return VHPaths::join(VHPaths::configHome(), "autostart/varnholt.desktop");
+}
+
+bool VHIntegrationInstaller::autostartInstalled() {
+    return QFile::exists(QString::fromStdString(autostartPath()));
+}
+
+std::string VHIntegrationInstaller::installAutostart(const std::string& binary) {
+    return write(autostartEntry(binary));
+}
+
+bool VHIntegrationInstaller::removeAutostart() {
+    std::error_code error;
+    std::filesystem::remove(autostartPath(), error);
+    return !autostartInstalled();
 }
 
 VHIntegrationInstaller::Result VHIntegrationInstaller::install(const std::string& binary) {

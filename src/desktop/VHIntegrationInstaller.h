@@ -21,6 +21,15 @@ struct VHIntegrationInstaller {
     // write. Any thread.
     static Result install(const std::string& binary);
 
+    // Start at login: the autostart entry alone, the one install() writes.
+    // Any thread; the path is read from $XDG_CONFIG_HOME on each call.
+    static std::string autostartPath();
+    static bool autostartInstalled();
+    // Writes the entry for `binary`; empty when done, else why not.
+    static std::string installAutostart(const std::string& binary);
+    // Removes it (start at login off); false when it stays.
+    static bool removeAutostart();
+
     // `argument` quoted for a systemd command line (ExecStart=).
     static std::string systemdArgument(const std::string& argument);
     // `argument` quoted for the Exec key of a desktop entry.

@@ -55,6 +55,13 @@ class VHConnector : public QObject {
     static constexpr int kPageRetryDelayMs = 2000;
     static constexpr int kPageRetryMaxDelayMs = 60000;
 
+    // The reasons globalLoginFailed gives: the refusal codes U101 and U107
+    // and the service's wipe order.
+    static constexpr const char* kRefusedCredentials =
+        "the service refused the e-mail address or password";
+    static constexpr const char* kRefusedDevice = "the service does not accept this device";
+    static constexpr const char* kRefusedWipe = "the service ordered this device to be wiped";
+
     static VHConnector& defaultConnector();
 
     void setConfiguration(const VHConnectorConfiguration& configuration);

@@ -19,11 +19,6 @@ namespace {
 constexpr double kGlobalTimeout = 15.0;
 constexpr double kDefaultTimeout = 60.0;
 
-// What the user is told when the service refuses the sign-in.
-const char* const kRefusedCredentials = "the service refused the e-mail address or password";
-const char* const kRefusedDevice = "the service does not accept this device";
-const char* const kRefusedWipe = "the service ordered this device to be wiped";
-
 std::string urlOf(const UserDomain& domain) {
     return domain.Domain ? domain.Domain->Url.value_or("") : "";
 }
@@ -147,7 +142,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         logout();
         clearCredentials(true);
         setGlobalLoginResponce(response);
-        emit globalLoginFailed(kRefusedWipe);
+        emit globalLoginFailed(VHConnector::kRefusedWipe);
     } else if (code == "U100") {
         deviceIdCleared_ = false;
         setGlobalLoginResponce(response);
@@ -158,7 +153,7 @@ void VHConnector::decideGlobalLogin(const GlobalLoginResponce& response, const s
         refuseUnknownDevice();
     } else if (code == "U101") {
         if (domainWasKnown) setUserDomain("");
-        emit globalLoginFailed(kRefusedCredentials);
+        emit globalLoginFailed(VHConnector::kRefusedCredentials);
     } else {
         emit globalConnectionFailed(QString());
     }
@@ -169,7 +164,7 @@ void VHConnector::refuseUnknownDevice() {
         VHLog(kLogMain,
               "loginToGlobal: device id is not recognized on server, but it was cleared already "
               "(?\?)");
-        emit globalLoginFailed(kRefusedDevice);
+        emit globalLoginFailed(VHConnector::kRefusedDevice);
         return;
     }
     VHLog(kLogMain,

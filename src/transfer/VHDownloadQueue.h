@@ -104,6 +104,10 @@ class VHDownloadQueue : public QObject {
     void cancelFileDownload(const VHFile& file);
     // Cancels every task, reads included (logout).
     void cancelAllDownloads();
+    // While paused no whole-file download starts (those running finish);
+    // reads for the drive go on. Resuming schedules a check at once.
+    void setPaused(bool paused);
+    bool paused() const { return paused_; }
 
     // ---- Questions (file manager overlays, progress display) --------------
 
@@ -247,6 +251,7 @@ class VHDownloadQueue : public QObject {
     QTimer* scheduler_ = nullptr;   // child of context_
     std::once_flag started_;
     std::atomic<bool> checkPending_{false};
+    std::atomic<bool> paused_{false};
 };
 
 }  // namespace vh

@@ -75,6 +75,11 @@ void VHDownloadQueue::cancelFileDownload(const VHFile& file) {
     }
 }
 
+void VHDownloadQueue::setPaused(bool paused) {
+    if (paused_.exchange(paused) == paused || paused) return;
+    scheduleCheckDownloads();
+}
+
 void VHDownloadQueue::cancelAllDownloads() {
     {
         VHMutexLock lock(downloadMutex_);
@@ -98,6 +103,7 @@ void VHDownloadQueue::deleteCompletedFileDownload(Task task) {
 std::vector<VHDownloadQueue::Task> VHDownloadQueue::fileTasksToStart(
     std::vector<Task>& alreadyDownloaded) {
     std::vector<Task> toStart;
+    if (paused_) return toStart;
     VHMutexLock lock(downloadMutex_);
     takeFileTasks(priorityFileDownloads_, toStart, alreadyDownloaded);
     takeFileTasks(fileDownloads_, toStart, alreadyDownloaded);

@@ -113,9 +113,18 @@ void VHUploadQueue::uploadsAdded() {
         context_, [this] { checkUploads(); }, Qt::QueuedConnection);
 }
 
+void VHUploadQueue::setPaused(bool paused) {
+    if (paused_.exchange(paused) == paused) return;
+    if (paused) {
+        cancelAllUploads();
+    } else {
+        uploadsAdded();
+    }
+}
+
 void VHUploadQueue::checkUploads() {
     VHDatabase& db = VHDatabase::database();
-    if (!db.loaded() || db.terminating()) return;
+    if (paused_ || !db.loaded() || db.terminating()) return;
     int accepted = 0;
     for (int64_t index = 0; accepted < kMaxAcceptedPerPass; index += kPageSize) {
         std::vector<VHFile> page = db.uploadsFromIndex(index, kPageSize);
@@ -134,6 +143,7 @@ void VHUploadQueue::checkUploads() {
 }
 
 bool VHUploadQueue::upload(const VHFile& queued) {
+    if (paused_) return false;  // stays pending until resumed
     return take(queued) == Taken::Accepted;
 }
 

@@ -91,6 +91,10 @@ class VHUploadQueue : public QObject, public VHUploadHooks, private VHUploadOper
     // ---- Questions and commands -------------------------------------------
 
     void cancelAllUploads() VH_EXCLUDES(mutex_);
+    // While paused no item is taken; pausing cancels the running operations
+    // (a large file resumes where it stopped), resuming polls at once.
+    void setPaused(bool paused) VH_EXCLUDES(mutex_);
+    bool paused() const { return paused_; }
     // One polling pass (normally on the upload thread).
     void checkUploads();
     // The store's uploadsSize and uploadsNumber.
@@ -174,6 +178,7 @@ class VHUploadQueue : public QObject, public VHUploadHooks, private VHUploadOper
     std::once_flag started_;
     VHChunkTimeouts chunkTimeouts_;
     std::atomic<int64_t> lastSummary_{0};
+    std::atomic<bool> paused_{false};
     VHUploadOrder order_{
         [this](const std::string& id) { return existsOperationOnFileWithInternalName(id); }};
 };

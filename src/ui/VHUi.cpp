@@ -1,2 +1,0 @@
-// Placeholder translation unit until the subsystem has code of its own.
-namespace vh {}

@@ -113,11 +113,11 @@
     </message>
     <message>
         <source>Files to download: %1 · %2 left</source>
-        <translation>Herunterzuladen: %1 Dateien · noch %2</translation>
+        <translation>Herunterzuladende Dateien: %1 · noch %2</translation>
     </message>
     <message>
         <source>Files to upload: %1 · %2 left</source>
-        <translation>Hochzuladen: %1 Dateien · noch %2</translation>
+        <translation>Hochzuladende Dateien: %1 · noch %2</translation>
     </message>
     <message>
         <source>Folder:</source>

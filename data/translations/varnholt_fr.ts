@@ -113,11 +113,11 @@
     </message>
     <message>
         <source>Files to download: %1 · %2 left</source>
-        <translation>À télécharger : %1 fichiers · reste %2</translation>
+        <translation>Fichiers à télécharger : %1 · reste %2</translation>
     </message>
     <message>
         <source>Files to upload: %1 · %2 left</source>
-        <translation>À envoyer : %1 fichiers · reste %2</translation>
+        <translation>Fichiers à envoyer : %1 · reste %2</translation>
     </message>
     <message>
         <source>Folder:</source>

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -134,6 +135,10 @@ TEST_F(VHClientLinksTest, LocksReachTheServiceAndOtherUsersLocksKeepTheFileReadO
         20s))
         << VHTail(client_.logs());
     EXPECT_EQ(VHRunControlTool({"lock", plan}).out, "already locked");
+    // The drive tells a file manager it is this user's lock.
+    char byte = -1;
+    EXPECT_EQ(getxattr(plan.c_str(), "user.com.varnholt.clouddrive-osx.lockstatus", &byte, 1), 1);
+    EXPECT_EQ(byte, 1);
     // Once the service has confirmed the lock, it can be undone.
     std::string id =
         treeItem("team-documents", "/Projects/Beta/plan.txt").value("internalName", "");

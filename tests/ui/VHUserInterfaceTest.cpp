@@ -2,6 +2,8 @@
 // process against the real emulator under Xvfb, with the drive mounted.
 #include <gtest/gtest.h>
 
+#include <QLocalSocket>
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
@@ -151,6 +153,20 @@ TEST_F(UserInterface, EveryOpenWindowFollowsTheLanguageAndSignOutAsksForANewSign
         for (const auto& [key, text] : VHShownTexts(window)) english[key] = text;
     }
     QString englishMenu = menuText("preferences");
+    // A file-manager plug-in hears of the change too.
+    QLocalSocket plugin;
+    plugin.connectToServer(QString::fromStdString(VHFinderConnector::socketPath()));
+    ASSERT_TRUE(VHWaitUntil([&] { return plugin.state() == QLocalSocket::ConnectedState; }));
+    plugin.write("files:hello:\n");
+    auto heard = [&](const QByteArray& line) {
+        return VHWaitUntil([&] {
+            while (plugin.canReadLine()) {
+                if (plugin.readLine().trimmed() == line) return true;
+            }
+            return false;
+        });
+    };
+    ASSERT_TRUE(heard("lang:en"));
 
     // German, chosen in the preferences: every window is re-labelled at once.
     preferences.showTab(VHPreferencesWindow::kGeneral);
@@ -158,6 +174,7 @@ TEST_F(UserInterface, EveryOpenWindowFollowsTheLanguageAndSignOutAsksForANewSign
     EXPECT_EQ(VHLocalization::language(), "de");
     EXPECT_EQ(VHSettings::string("Varnholt_language"), "de");
     EXPECT_EQ(VHFinderConnector::interfaceLanguage(), "de");
+    EXPECT_TRUE(heard("lang:de"));
     // Texts that read the same in both languages, and values.
     const std::set<QString> same = {"",        "Cache",   "Name",     "OK",
                                     "English", "Deutsch", "Français", "demo@varnholt.test"};

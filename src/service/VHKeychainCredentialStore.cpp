@@ -88,7 +88,9 @@ bool VHKeychainCredentialStore::setPassword(const std::string& service, const st
                                             const std::string& password) {
     auto* job = new QKeychain::WritePasswordJob(QString::fromStdString(service));
     job->setKey(QString::fromStdString(account));
-    job->setBinaryData(QByteArray::fromStdString(password));
+    // As text: the item holds the UTF-8 password itself, which other
+    // Secret Service clients show as it is (binary data is kept in Base64).
+    job->setTextData(QString::fromStdString(password));
     JobResult result = run(job, kJobTimeoutMs);
     if (!result.finished || result.error != QKeychain::NoError) {
         VHLog(kLogMain, "Warning! Cannot write to the Secret Service: %@", result.errorText);

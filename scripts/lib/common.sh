@@ -15,6 +15,9 @@ VH_PACKAGES=(
   libgtest-dev libgmock-dev
   openssl ca-certificates curl
   git rsync attr vim tar xdg-utils
+  # QtKeychain reaches the Secret Service through libsecret, which it loads
+  # at run time; the credential tests run a keyring on a private bus.
+  libsecret-1-0 gnome-keyring libsecret-tools dbus-daemon
 )
 
 # GNOME Files with the project's extension under Xvfb (scripts/nautilus-screenshot);

@@ -408,6 +408,7 @@ void VHApplicationDelegate::didLoggedIn() {
 }
 
 void VHApplicationDelegate::didDomainsLogin() {
+    startScreenshotUploader();
     if (drive_.running()) return;
     initializeFuse();
     VHConnector::defaultConnector().setupRefreshTimers();
@@ -447,7 +448,14 @@ void VHApplicationDelegate::didGlobalConnectionFailed(const QString& error) {
     QTimer::singleShot(60000, this, [] { VHConnector::defaultConnector().loginToGlobal(); });
 }
 
+void VHApplicationDelegate::startScreenshotUploader() {
+    if (screenshots_) return;
+    screenshots_ = std::make_unique<VHScreenshotUploader>();
+    screenshots_->settingsChanged();
+}
+
 void VHApplicationDelegate::didLoggedOut() {
+    screenshots_.reset();
     stopFuse();
     clearCaches();
     resetUserDefaults();
@@ -507,6 +515,7 @@ void VHApplicationDelegate::applicationShouldTerminate() {
         QCoreApplication::exit(exitCode_);
         return;
     }
+    if (screenshots_) screenshots_->stop();
     VHDatabase& db = VHDatabase::database();
     db.beginTermination();
     // Sent bytes are not lost: a large file resumes at the next start.

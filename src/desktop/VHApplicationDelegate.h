@@ -22,6 +22,7 @@
 
 #include "desktop/VHDriveController.h"
 #include "desktop/VHInstanceLock.h"
+#include "desktop/VHScreenshotUploader.h"
 #include "desktop/VHUploadCatchUp.h"
 #include "desktop/VHUploadProgressLog.h"
 #include "store/VHStoreHooks.h"
@@ -107,6 +108,10 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     // Gives the single-instance lock back (at the end of the process).
     void releaseInstanceLock() { instanceLock_.reset(); }
 
+    // The screenshot uploader, made at the first sign-in (the preferences
+    // tell it of changed settings); null before and after a logout.
+    VHScreenshotUploader* screenshotUploader() { return screenshots_.get(); }
+
     // ---- Links (VHApplicationDelegateLinks.cpp; main thread) ----
     using LinkDone = std::function<void(const std::string& result)>;
     // Creates a public link to the file and puts it on the clipboard (with a
@@ -166,12 +171,14 @@ class VHApplicationDelegate : public QObject, public VHAppHooks {
     void didLoginFailed(const QString& reason);
     void didGlobalConnectionFailed(const QString& error);
     void didLoggedOut();
+    void startScreenshotUploader();
 
     VHLaunchSwitches switches_;
     std::unique_ptr<VHInstanceLock> instanceLock_;
     VHDriveController drive_;
     VHUploadProgressLog uploadProgressLog_;
     VHUploadCatchUp uploadCatchUp_;
+    std::unique_ptr<VHScreenshotUploader> screenshots_;
     std::atomic<bool> isMounted_{false};
     std::atomic<int> fatalStatus_{0};
     bool unmountRequested_ = false;

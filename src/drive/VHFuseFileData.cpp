@@ -241,6 +241,14 @@ void VHFuseFileData::fileWasModified(const VHFile& file) {
     scheduleUpdateChecks();
 }
 
+void VHFuseFileData::writerFinished(const std::string& fileId) {
+    {
+        VHMutexLock lock(gTableMutex);
+        gFileModifications.erase(fileId);
+    }
+    VHStoreHooks::uploads().uploadsAdded();
+}
+
 void VHFuseFileData::scheduleUpdateChecks() {
     {
         VHMutexLock lock(gTableMutex);

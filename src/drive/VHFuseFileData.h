@@ -94,6 +94,9 @@ class VHFuseFileData : public VHFuseHandle {
     static bool canUploadFile(const VHFile& file);
     // Records a modification now and schedules the update check.
     static void fileWasModified(const VHFile& file);
+    // The client itself wrote the file whole and closed it: no quiet period
+    // is waited for, and the upload queue looks at once.
+    static void writerFinished(const std::string& fileId);
     static void scheduleUpdateChecks();
     static void checkUpdatedFiles();
     // Swaps two file ids among the open handles and the modification times.

@@ -154,10 +154,9 @@ int VHUnmountDrive(const std::string& mountPath, bool lazy) {
 }
 
 int VHFuseCallerPid() {
-    {
-        VHMutexLock lock(gFuseMutex);
-        if (!gFuse) return -1;
-    }
+    // Under the lock: libfuse deletes its context key when the drive goes.
+    VHMutexLock lock(gFuseMutex);
+    if (!gFuse) return -1;
     struct fuse_context* context = fuse_get_context();
     return context ? context->pid : -1;
 }

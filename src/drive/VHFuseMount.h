@@ -49,7 +49,8 @@ bool VHIsDeadMount(const std::string& path);
 void VHInvalidateDrivePaths(const std::vector<std::string>& drivePaths);
 
 // The process on whose behalf the current callback runs; -1 outside a
-// callback of a running drive (libfuse's context exists only inside one).
+// callback of a running drive, such as a callback the client calls itself
+// (libfuse's context exists only on its own threads). Any thread.
 int VHFuseCallerPid();
 
 }  // namespace vh

@@ -2,6 +2,10 @@
 
 #include <qt6keychain/keychain.h>
 
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QEventLoop>
 #include <QPointer>
 #include <QTimer>
@@ -57,12 +61,40 @@ JobResult read(const std::string& service, const std::string& account, int timeo
     return run(job, timeoutMs);
 }
 
+// Whether a Secret Service answers on the session bus but has no default
+// collection: the first item stored would have to make one, which only a
+// person can do, through a prompt. Asked over D-Bus, which prompts nothing.
+bool lacksDefaultCollection() {
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) return false;
+    QDBusMessage call =
+        QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
+                                       "org.freedesktop.Secret.Service", "ReadAlias");
+    call << QString("default");
+    QDBusMessage reply = bus.call(call, QDBus::Block, kProbeTimeoutMs);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return false;
+    return qdbus_cast<QDBusObjectPath>(reply.arguments().first()).path() == "/";
+}
+
+JobResult write(const std::string& service, const std::string& account, const std::string& password,
+                int timeoutMs) {
+    auto* job = new QKeychain::WritePasswordJob(QString::fromStdString(service));
+    job->setKey(QString::fromStdString(account));
+    // As text: the item holds the UTF-8 password itself, which other
+    // Secret Service clients show as it is (binary data is kept in Base64).
+    job->setTextData(QString::fromStdString(password));
+    return run(job, timeoutMs);
+}
+
 }  // namespace
 
 bool VHKeychainCredentialStore::available(const std::string& service) {
-    JobResult result = read(service, kIndexAccount, kProbeTimeoutMs);
-    return result.finished &&
-           (result.error == QKeychain::NoError || result.error == QKeychain::EntryNotFound);
+    // Without a keyring (gnome-keyring started by D-Bus where nobody logged
+    // in to a desktop) reads find nothing and every write fails or prompts.
+    if (lacksDefaultCollection()) return false;
+    JobResult index = read(service, kIndexAccount, kProbeTimeoutMs);
+    return index.finished &&
+           (index.error == QKeychain::NoError || index.error == QKeychain::EntryNotFound);
 }
 
 std::vector<std::string> VHKeychainCredentialStore::accounts(const std::string& service) {
@@ -86,10 +118,7 @@ std::optional<std::string> VHKeychainCredentialStore::password(const std::string
 
 bool VHKeychainCredentialStore::setPassword(const std::string& service, const std::string& account,
                                             const std::string& password) {
-    auto* job = new QKeychain::WritePasswordJob(QString::fromStdString(service));
-    job->setKey(QString::fromStdString(account));
-    job->setBinaryData(QByteArray::fromStdString(password));
-    JobResult result = run(job, kJobTimeoutMs);
+    JobResult result = write(service, account, password, kJobTimeoutMs);
     if (!result.finished || result.error != QKeychain::NoError) {
         VHLog(kLogMain, "Warning! Cannot write to the Secret Service: %@", result.errorText);
         return false;

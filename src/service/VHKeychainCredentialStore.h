@@ -18,7 +18,8 @@ class VHKeychainCredentialStore final : public VHCredentialStore {
     // Not an e-mail address, so it never collides with a user's account.
     static constexpr const char* kIndexAccount = "#accounts";
 
-    // Whether the Secret Service answers at all (a read of an index item).
+    // Whether the Secret Service answers (a read of the index item) and has
+    // a keyring to keep new items in; nothing is prompted.
     static bool available(const std::string& service);
 
     std::vector<std::string> accounts(const std::string& service) override;
